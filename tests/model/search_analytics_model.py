@@ -14,8 +14,7 @@ from typing import List, Optional, Tuple, FrozenSet
 # helpers are called through module globals and methods through `self`, as any caller may patch.
 # Names are bound in the order in which the compiled module binds them.
 #
-# ruff: noqa: B007, B023, C401, C408, E501, I001, PERF401, PLC0415, PLR, C901
-# ruff: noqa: RUF, SIM, UP006, UP007, UP024, UP035, UP037, UP045
+# ruff: noqa: B023, C420, I001, SIM300, SIM401, UP006, UP024, UP035, UP045
 
 
 def _alias_source_file():
@@ -329,21 +328,15 @@ def _normalize_pool_config(pool, index):
         raise ValueError("era pool configs must expose name and is_correlation_threshold.")
     name = _get_attr_or_item(pool, "name", None)
     if not isinstance(name, str) or not name:
-        raise ValueError(
-            "era config signal_pools[" + str(index) + "] must expose non-empty name."
-        )
+        raise ValueError("era config signal_pools[" + str(index) + "] must expose non-empty name.")
     threshold = _get_attr_or_item(pool, "is_correlation_threshold", None)
     if threshold is None:
         raise ValueError(
-            "era config signal_pools["
-            + str(index)
-            + "] missing required is_correlation_threshold."
+            "era config signal_pools[" + str(index) + "] missing required is_correlation_threshold."
         )
     if isinstance(threshold, bool) or not isinstance(threshold, (int, float)):
         raise ValueError(
-            "era config signal_pools["
-            + str(index)
-            + "].is_correlation_threshold must be numeric."
+            "era config signal_pools[" + str(index) + "].is_correlation_threshold must be numeric."
         )
     return SimpleNamespace(
         name=name,
@@ -506,9 +499,7 @@ class SearchAnalytics:
 
     def _validate_eval_type(self, eval_type):
         if eval_type is not None and eval_type not in ("signal", "strategy"):
-            raise ValueError(
-                f"eval_type must be 'signal', 'strategy', or None, got '{eval_type}'."
-            )
+            raise ValueError(f"eval_type must be 'signal', 'strategy', or None, got '{eval_type}'.")
 
     def _fetch_evaluations(
         self,
@@ -557,8 +548,7 @@ class SearchAnalytics:
                 ):
                     continue
                 if function_subfamily is not None and not any(
-                    _usage_value(item, "function_subfamily", "function_name")
-                    == function_subfamily
+                    _usage_value(item, "function_subfamily", "function_name") == function_subfamily
                     for item in _function_items(ev)
                 ):
                     continue
@@ -579,8 +569,7 @@ class SearchAnalytics:
     def _build_group_key(self, ev, aggregate_by):
         if aggregate_by == AggregateBy.NONE:
             function_side = frozenset(
-                _usage_value(item, "function_name", "function_name")
-                for item in _function_items(ev)
+                _usage_value(item, "function_name", "function_name") for item in _function_items(ev)
             )
             feature_side = frozenset(
                 _usage_value(item, "feature_name", "feature_name") for item in _feature_items(ev)
@@ -1006,9 +995,7 @@ class SearchAnalytics:
         self._validate_eval_type(eval_type)
         if windows is not None:
             if len(windows) == 0:
-                raise ValueError(
-                    "windows must be None or a non-empty list of positive integers."
-                )
+                raise ValueError("windows must be None or a non-empty list of positive integers.")
             for w in windows:
                 if w <= 0:
                     raise ValueError("window size must be positive, got " + str(w) + ".")
@@ -1196,9 +1183,7 @@ class SearchAnalytics:
             failure_detail = getattr(ev, "failure_detail", None)
             ev_reason = getattr(ev, "rejection_reason", None)
             text = " ".join(
-                str(v).lower()
-                for v in (failure_reason, failure_detail, row_reason, ev_reason)
-                if v
+                str(v).lower() for v in (failure_reason, failure_detail, row_reason, ev_reason) if v
             )
             if "tampering" in text or "tamper" in text:
                 reasons.append("failure_marked_tampering")
