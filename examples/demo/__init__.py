@@ -1,0 +1,1 @@
+"""The parts of the search demo: prices, candidates, their evaluation, and the answers."""

