@@ -1,0 +1,155 @@
+# Everything a developer does here. Each target sets up what it needs by itself, in $(VENV) and
+# build/ only; nothing else on the machine changes. Start with `make help`.
+
+PYTHON ?= python3
+VENV ?= .venv
+BUILD ?= build/release
+DATABASE ?= sqlite
+QUICK ?=
+ARGS ?=
+SKIP ?=
+
+PY := $(VENV)/bin/python
+# What the tests run under: dev mode (debug allocator, resource warnings), warnings are errors.
+STRICT := $(PY) -X dev -W error
+SITE = $$($(PY) -c 'import sysconfig; print(sysconfig.get_path("platlib"))')
+STAMPS := $(VENV)/.installed
+
+CXX_FILES := $(shell find search_analytics -name '*.cpp' 2>/dev/null | sort)
+CXX_HEADERS := $(shell find search_analytics -name '*.h' 2>/dev/null | sort)
+
+# CMake, ninja and the compilers' helpers come from the virtual environment.
+export PATH := $(abspath $(VENV)/bin):$(PATH)
+export PIP_DISABLE_PIP_VERSION_CHECK := 1
+
+.DEFAULT_GOAL := help
+.DELETE_ON_ERROR:
+MAKEFLAGS += --no-builtin-rules --no-print-directory
+
+##@ Use
+.PHONY: help
+help: ## list the targets
+	@awk 'BEGIN {FS = ":.*## "} /^##@/ {printf "\n%s\n", substr($$0, 5)} \
+	    /^[a-z]+:.*## / {printf "  make %-10s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
+	@printf '\nOptions: PYTHON=python3.12 (interpreter), VENV=folder, ARGS="-k name" (for pytest)\n\n'
+
+.PHONY: demo
+demo: build $(STAMPS)/demo ## run a real search and ask all questions (DATABASE=postgres: on a server)
+	@$(PY) examples/search_demo.py --database $(DATABASE)
+	@echo "make demo: built $(BUILD), installed it into $(VENV), ran examples/search_demo.py on $(DATABASE)."
+
+.PHONY: build
+build: $(BUILD)/build.ninja ## build the extension and install it into the virtual environment
+	@cmake --build $(BUILD)
+	@cmake --install $(BUILD) --prefix "$(SITE)"
+
+##@ Check
+.PHONY: test
+test: build $(STAMPS)/test ## run the whole test suite in dev mode
+	@$(STRICT) -m pytest $(ARGS)
+	@echo "make test: built $(BUILD), installed it into $(VENV), ran the tests with $$($(PY) --version)."
+
+.PHONY: check
+check: ## do what CI does: tests, lint, sanitizers, other CPythons, a quick benchmark
+	@.ci/run
+
+.PHONY: matrix
+matrix: $(STAMPS)/venv ## run the tests on every CPython found (SKIP=3.11 leaves one out)
+	@$(PY) tools/find_pythons.py --skip "$(SKIP)" > build/pythons.txt
+	@while read -r version python; do \
+	    echo "== CPython $$version: $$python"; \
+	    $(MAKE) test PYTHON="$$python" VENV="build/matrix/$$version/venv" \
+	        BUILD="build/matrix/$$version/release" < /dev/null || exit 1; \
+	done < build/pythons.txt
+	@echo "make matrix: tests passed on CPython $$(cut -d' ' -f1 build/pythons.txt | xargs)."
+
+.PHONY: lint
+lint: build $(STAMPS)/lint $(CXX_FILES:%.cpp=$(BUILD)/tidy/%.ok) ## check the style of C++ and Python, and the type stub
+	@clang-format --dry-run -Werror $(CXX_FILES) $(CXX_HEADERS)
+	@ruff check
+	@ruff format --check
+	@$(PY) -m mypy.stubtest kestrune.search_analytics --mypy-config-file pyproject.toml
+	@echo "make lint: clang-format, clang-tidy, ruff and stubtest have nothing to say."
+
+.PHONY: format
+format: $(STAMPS)/lint ## rewrite C++ and Python in the house style
+	@clang-format -i $(CXX_FILES) $(CXX_HEADERS)
+	@ruff check --fix --quiet
+	@ruff format
+
+# The sanitizer's library has to be there before the interpreter starts, and the C++ library with
+# it, or it cannot see exceptions. What counts blocks means nothing without pymalloc.
+.PHONY: sanitize
+sanitize: build/asan/build.ninja $(STAMPS)/test ## run the tests on a build that checks addresses and undefined behaviour
+	@cmake --build build/asan
+	@cmake --install build/asan --prefix build/asan/site
+	@export LD_PRELOAD="$$(c++ -print-file-name=libasan.so) $$(c++ -print-file-name=libstdc++.so.6)" \
+	    ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
+	    UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
+	    PYTHONMALLOC=malloc PYTHONPATH="$(CURDIR)/build/asan/site"; \
+	$(STRICT) -c 'import kestrune.search_analytics as s; assert "/asan/" in s.__spec__.origin' && \
+	$(STRICT) -m pytest -m "not leaks" --ignore=tests/packaging --ignore=tests/lint $(ARGS)
+	@echo "make sanitize: ran the tests under the address and undefined-behaviour sanitizers."
+
+.PHONY: leaks
+leaks: build $(STAMPS)/test ## repeat every call until its memory blocks settle
+	@$(STRICT) -m pytest -m leaks $(ARGS)
+
+.PHONY: coverage
+coverage: build/coverage/build.ninja $(STAMPS)/test $(STAMPS)/coverage ## show which lines the tests reach
+	@cmake --build build/coverage
+	@cmake --install build/coverage --prefix build/coverage/site
+	@find build/coverage -name '*.gcda' -delete
+	@PYTHONPATH="$(CURDIR)/build/coverage/site" $(STRICT) -m pytest -q \
+	    --ignore=tests/packaging --ignore=tests/lint $(ARGS)
+	@gcovr --root . --filter search_analytics/ --object-directory build/coverage \
+	    --exclude-throw-branches --html-details build/coverage/report.html --txt -
+	@echo "make coverage: the report by line is build/coverage/report.html."
+
+.PHONY: bench
+bench: build $(STAMPS)/bench ## time the extension against its rivals (QUICK=1: under a minute)
+	@$(PY) benchmarks/run.py $(if $(QUICK),--quick)
+
+.PHONY: clean
+clean: ## remove everything that make made
+	@rm -rf build dist $(VENV) .pytest_cache .ruff_cache .mypy_cache .hypothesis
+	@find . -name __pycache__ -type d -prune -exec rm -rf {} +
+
+# The virtual environment and its tools; each stamp is as new as the list of what was installed.
+$(STAMPS)/venv: tools/check_python.py
+	@$(PYTHON) tools/check_python.py
+	@echo "Making the virtual environment $(VENV)"
+	@$(PYTHON) -m venv $(VENV)
+	@mkdir -p $(STAMPS) build
+	@touch $@
+
+$(STAMPS)/%: requirements/%.txt $(STAMPS)/venv
+	@echo "Installing $<"
+	@$(PY) -m pip install --quiet --requirement $<
+	@touch $@
+
+$(STAMPS)/demo: examples/requirements.txt $(STAMPS)/venv
+	@echo "Installing $<"
+	@$(PY) -m pip install --quiet --requirement $<
+	@touch $@
+
+$(STAMPS)/test: examples/requirements.txt
+
+# Build folders; the presets say what each is.
+CONFIGURE = cmake --preset $(1) -B $(2) -DPython_EXECUTABLE="$(abspath $(PY))" \
+    -DCMAKE_INSTALL_MESSAGE=NEVER --log-level=WARNING
+
+$(BUILD)/build.ninja: CMakePresets.json $(STAMPS)/build
+	@$(call CONFIGURE,release,$(BUILD))
+
+build/asan/build.ninja: CMakePresets.json $(STAMPS)/build
+	@$(call CONFIGURE,asan,build/asan)
+
+build/coverage/build.ninja: CMakePresets.json $(STAMPS)/build
+	@$(call CONFIGURE,coverage,build/coverage)
+
+# One stamp for each file that clang-tidy has passed.
+$(BUILD)/tidy/%.ok: %.cpp $(CXX_HEADERS) .clang-tidy $(STAMPS)/lint | $(BUILD)/build.ninja
+	@echo "clang-tidy $<"
+	@clang-tidy --quiet -p $(BUILD) $< 2> $(BUILD)/tidy.log || { cat $(BUILD)/tidy.log; exit 1; }
+	@mkdir -p $(@D) && touch $@
