@@ -1,0 +1,66 @@
+// Differences between the CPython versions that we build for, under one name each.
+#pragma once
+
+#include "host/python.h"
+
+#if PY_VERSION_HEX < 0x030C0000
+#include <structmember.h>
+#define Py_T_OBJECT_EX T_OBJECT_EX
+#define Py_T_OBJECT T_OBJECT
+#define Py_T_PYSSIZET T_PYSSIZET
+#define Py_READONLY READONLY
+#else
+#define Py_T_OBJECT 6
+#endif
+
+// Declares what a module may say of itself from a given version on; nothing before it.
+#if PY_VERSION_HEX >= 0x030C0000
+#define SEARCH_ANALYTICS_INTERPRETER_SLOTS \
+    {Py_mod_multiple_interpreters, Py_MOD_PER_INTERPRETER_GIL_SUPPORTED},
+#else
+#define SEARCH_ANALYTICS_INTERPRETER_SLOTS
+#endif
+
+namespace search_analytics::host::compat {
+
+// Looks `name` up on `object`. Returns 1 and a new reference, 0 and null when there is no such
+// attribute, or -1 with the error set; a missing attribute builds no exception.
+inline int get_optional_attribute(PyObject* object, PyObject* name, PyObject** result) {
+#if PY_VERSION_HEX >= 0x030D0000
+    return PyObject_GetOptionalAttr(object, name, result);
+#else
+    return _PyObject_LookupAttr(object, name, result);
+#endif
+}
+
+// Takes the raised exception out of the error indicator, as one normalised object that carries
+// its traceback. REQUIRES: the error indicator is set.
+inline PyObject* take_raised_exception() {
+#if PY_VERSION_HEX >= 0x030C0000
+    return PyErr_GetRaisedException();
+#else
+    PyObject* type = nullptr;
+    PyObject* value = nullptr;
+    PyObject* traceback = nullptr;
+    PyErr_Fetch(&type, &value, &traceback);
+    PyErr_NormalizeException(&type, &value, &traceback);
+    if (traceback != nullptr) {
+        PyException_SetTraceback(value, traceback);
+    }
+    Py_XDECREF(type);
+    Py_XDECREF(traceback);
+    return value;
+#endif
+}
+
+// Puts `exception` (a new reference, which is taken over) back into the error indicator.
+inline void restore_raised_exception(PyObject* exception) {
+#if PY_VERSION_HEX >= 0x030C0000
+    PyErr_SetRaisedException(exception);
+#else
+    PyErr_Restore(Py_NewRef(reinterpret_cast<PyObject*>(Py_TYPE(exception))), exception,
+                  PyException_GetTraceback(exception));
+#endif
+}
+
+}  // namespace search_analytics::host::compat

@@ -1,0 +1,53 @@
+// Ownership of interpreter objects. A `PyObject*` is always borrowed; a `Ref` always owns.
+#pragma once
+
+#include <utility>
+
+#include "host/error.h"
+#include "host/python.h"
+
+namespace search_analytics::host {
+
+// Owns one reference. Move-only, so that every new reference is written out as `share`.
+// A Ref is empty only when default-constructed or moved from; functions never return one so.
+class Ref {
+   public:
+    Ref() noexcept = default;
+    Ref(Ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+    Ref& operator=(Ref&& other) noexcept {
+        // The old object goes last: its finaliser may run code that looks at this Ref.
+        PyObject* old = std::exchange(object_, std::exchange(other.object_, nullptr));
+        Py_XDECREF(old);
+        return *this;
+    }
+    Ref(const Ref&) = delete;
+    Ref& operator=(const Ref&) = delete;
+    ~Ref() { Py_XDECREF(object_); }
+
+    // Takes over a new reference as the interpreter's calls return it; null means that the call
+    // failed, and is thrown on as ErrorSet.
+    static Ref steal(PyObject* object) {
+        if (object == nullptr) [[unlikely]] {
+            throw ErrorSet();
+        }
+        return Ref(object);
+    }
+
+    // Adds a reference to a borrowed object. REQUIRES: `object` is not null.
+    static Ref share(PyObject* object) noexcept { return Ref(Py_NewRef(object)); }
+
+    static Ref none() noexcept { return share(Py_None); }
+
+    PyObject* get() const noexcept { return object_; }
+    PyObject* release() noexcept { return std::exchange(object_, nullptr); }
+    Ref copy() const noexcept { return share(object_); }
+    bool empty() const noexcept { return object_ == nullptr; }
+    bool is_none() const noexcept { return object_ == Py_None; }
+
+   private:
+    explicit Ref(PyObject* object) noexcept : object_(object) {}
+
+    PyObject* object_ = nullptr;
+};
+
+}  // namespace search_analytics::host
