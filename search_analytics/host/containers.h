@@ -1,0 +1,114 @@
+// Lists, tuples, dictionaries, and iteration over anything.
+#pragma once
+
+#include "host/number.h"
+#include "host/object.h"
+
+namespace search_analytics::host {
+
+// isinstance(object, dict)
+inline bool is_dict(PyObject* object) { return PyDict_Check(object) != 0; }
+
+inline Ref new_list() { return Ref::steal(PyList_New(0)); }
+inline Ref new_dict() { return Ref::steal(PyDict_New()); }
+inline Ref new_set() { return Ref::steal(PySet_New(nullptr)); }
+
+// list(iterable)
+inline Ref list_of(PyObject* iterable) { return Ref::steal(PySequence_List(iterable)); }
+
+// REQUIRES: `list` is a list of our own making.
+inline void append(const Ref& list, PyObject* item) { check(PyList_Append(list.get(), item)); }
+inline Py_ssize_t list_size(const Ref& list) { return PyList_GET_SIZE(list.get()); }
+
+// len(object)
+inline Py_ssize_t length(PyObject* object) { return check_size(PyObject_Size(object)); }
+
+template <typename... Items>
+Ref tuple_of(const Items&... items) {
+    return Ref::steal(PyTuple_Pack(sizeof...(Items), items.get()...));
+}
+
+// object[key], by whatever the object's type makes of it
+inline Ref item(PyObject* object, PyObject* key) {
+    return Ref::steal(PyObject_GetItem(object, key));
+}
+inline Ref item(PyObject* object, Py_ssize_t index) { return item(object, integer(index).get()); }
+
+// key in object
+inline bool contains(PyObject* object, PyObject* key) {
+    return check_truth(PySequence_Contains(object, key));
+}
+
+// object[key] = value, for an exact dict
+inline void set_item(const Ref& dict, PyObject* key, PyObject* value) {
+    check(PyDict_SetItem(dict.get(), key, value));
+}
+
+// The entry under `key` of an exact dict, or nothing. May run code: the keys are compared.
+inline std::optional<Ref> dict_entry(PyObject* dict, PyObject* key) {
+    PyObject* value = PyDict_GetItemWithError(dict, key);
+    if (value == nullptr) {
+        if (PyErr_Occurred() != nullptr) {
+            throw ErrorSet();
+        }
+        return std::nullopt;
+    }
+    return Ref::share(value);
+}
+
+// mapping.get(key): a direct look-up for an exact dict, the method of anything else.
+inline Ref get_or_none(PyObject* mapping, PyObject* key, PyObject* name_get) {
+    if (PyDict_CheckExact(mapping)) {
+        auto entry = dict_entry(mapping, key);
+        return entry ? std::move(*entry) : Ref::none();
+    }
+    return call_method(mapping, name_get, key);
+}
+
+// How many items a long loop handles between two looks for signals (Ctrl-C).
+inline constexpr Py_ssize_t kSignalInterval = 1024;
+
+// for item in iterable: visit(item) -- until `visit` returns false. Keeps a reference to the item
+// meanwhile, and follows a list that changes under it as the statement does.
+template <typename Visit>
+void for_each_until(PyObject* iterable, Visit&& visit) {
+    if (PyList_CheckExact(iterable)) {
+        const Ref list = Ref::share(iterable);
+        for (Py_ssize_t i = 0; i < PyList_GET_SIZE(list.get()); ++i) {
+            if (i % kSignalInterval == kSignalInterval - 1) {
+                check(PyErr_CheckSignals());
+                if (i >= PyList_GET_SIZE(list.get())) {
+                    break;
+                }
+            }
+            const Ref current = Ref::share(PyList_GET_ITEM(list.get(), i));
+            if (!visit(current.get())) {
+                return;
+            }
+        }
+        return;
+    }
+    const Ref iterator = Ref::steal(PyObject_GetIter(iterable));
+    for (Py_ssize_t i = 1; PyObject* next = PyIter_Next(iterator.get()); ++i) {
+        const Ref current = Ref::steal(next);
+        if (i % kSignalInterval == 0) {
+            check(PyErr_CheckSignals());
+        }
+        if (!visit(current.get())) {
+            return;
+        }
+    }
+    if (PyErr_Occurred() != nullptr) {
+        throw ErrorSet();
+    }
+}
+
+template <typename Visit>
+void for_each(PyObject* iterable, Visit&& visit) {
+    for_each_until(iterable, [&](PyObject* current) {
+        visit(current);
+        return true;
+    });
+}
+
+}  // namespace search_analytics::host
