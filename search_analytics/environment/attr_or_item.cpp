@@ -1,0 +1,43 @@
+// Reading a configuration value that may be a mapping or an object.
+#include "environment/attr_or_item.h"
+
+#include "host/containers.h"
+
+namespace search_analytics {
+
+using namespace host;
+
+namespace {
+
+// A mapping answers through its own `get`, so that a subclass decides what it holds; anything
+// else answers by attribute, where only a missing one gives the default.
+Ref get_attr_or_item(const Call& call) {
+    const Names& names = call.names();
+    PyObject* value = call[names.value];
+    PyObject* key = call[names.key];
+    PyObject* default_value = call[names.default_value];
+    if (is_dict(value)) {
+        return call_method(value, names.get, key, default_value);
+    }
+    if (!PyUnicode_Check(key)) {
+        return attribute(value, key);  // the interpreter's TypeError
+    }
+    auto found = optional_attribute(value, key);
+    return found ? std::move(*found) : Ref::share(default_value);
+}
+
+}  // namespace
+
+Ref attr_or_item(const ModuleState& state, PyObject* value, PyObject* key) {
+    return call_global(state, state.names._get_attr_or_item, value, key);
+}
+
+const FunctionDescription kGetAttrOrItem = {
+    "_get_attr_or_item",
+    "Read a mapping by key and any other object by attribute, with a default.",
+    {"value, key, default=None"},
+    {},
+    get_attr_or_item,
+};
+
+}  // namespace search_analytics
