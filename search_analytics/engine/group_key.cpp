@@ -1,0 +1,116 @@
+// Group keys: which functions and features an evaluation used, at one granularity.
+#include "engine/group_key.h"
+
+#include <cstring>
+
+#include "host/statement.h"
+
+namespace search_analytics {
+
+using namespace host;
+
+namespace {
+
+// Beyond so many distinct values, comparing them one by one costs more than a real set does.
+constexpr std::size_t kMostPlainValues = 32;
+
+Ref build_group_key(const Call& call) {
+    ModuleState& state = call.state();
+    PyObject* record = call[state.names.ev];
+    const Granularity granularity = granularity_of(state, call[state.names.aggregate_by]);
+    const UsageReader reader(state);
+    KeySide functions;
+    KeySide features;
+    functions.collect(reader, record, Side::kFunctions, granularity.function_key.get());
+    features.collect(reader, record, Side::kFeatures, granularity.feature_key.get());
+    return tuple_of(functions.frozen(), features.frozen());
+}
+
+}  // namespace
+
+Granularity granularity_of(ModuleState& state, PyObject* aggregate_by) {
+    const Names& names = state.names;
+    const Ref vocabulary = load_global(state, names.AggregateBy);
+    if (equal(aggregate_by, attribute(vocabulary.get(), names.NONE).get())) {
+        return {Ref::share(names.function_name), Ref::share(names.feature_name)};
+    }
+    const auto [function_level, feature_level] =
+        unpack_pair(state, attribute(aggregate_by, names.value).get());
+    Granularity granularity;
+    granularity.function_key =
+        item(load_global(state, names._FUNC_KEY_MAP).get(), function_level.get());
+    granularity.feature_key =
+        item(load_global(state, names._FEAT_KEY_MAP).get(), feature_level.get());
+    return granularity;
+}
+
+bool same_text(PyObject* left, PyObject* right) {
+    if (left == right) {
+        return true;
+    }
+    const Py_ssize_t length = PyUnicode_GET_LENGTH(left);
+    const auto kind = PyUnicode_KIND(left);
+    return length == PyUnicode_GET_LENGTH(right) && kind == PyUnicode_KIND(right) &&
+           std::memcmp(PyUnicode_DATA(left), PyUnicode_DATA(right),
+                       static_cast<std::size_t>(length) * static_cast<std::size_t>(kind)) == 0;
+}
+
+Ref frozen_set(const KeySide::Value* values, std::size_t count) {
+    Ref set = Ref::steal(PyFrozenSet_New(nullptr));
+    for (std::size_t i = 0; i < count; ++i) {
+        check(PySet_Add(set.get(), values[i].text.get()));
+    }
+    return set;
+}
+
+void KeySide::collect(const UsageReader& reader, PyObject* record, Side side, PyObject* key) {
+    const Ref items = reader.items(record, side);
+    for_each(items.get(), [&](PyObject* item) {
+        const Ref value = as_generator_body([&] { return reader.value(item, key, side); });
+        add(value.get());
+    });
+}
+
+void KeySide::add(PyObject* value) {
+    if (is_plain() && PyUnicode_CheckExact(value)) [[likely]] {
+        const Py_hash_t hash = PyObject_Hash(value);
+        if (hash == -1) {
+            throw ErrorSet();
+        }
+        for (const Value& present : values_) {
+            if (present.hash == hash && same_text(present.text.get(), value)) {
+                return;
+            }
+        }
+        if (values_.size() < kMostPlainValues) {
+            values_.push_back({hash, Ref::share(value)});
+            return;
+        }
+    }
+    if (is_plain()) {
+        freeze();
+    }
+    check(PySet_Add(frozen_.get(), value));
+}
+
+void KeySide::freeze() {
+    frozen_ = frozen_set(values_.data(), values_.size());
+    values_.clear();
+}
+
+Ref KeySide::frozen() {
+    if (is_plain()) {
+        freeze();
+    }
+    return std::move(frozen_);
+}
+
+const FunctionDescription kBuildGroupKey = {
+    "_build_group_key",
+    "Return the (functions, features) pair of frozensets that a record is grouped under.",
+    {"self, ev, aggregate_by"},
+    {},
+    build_group_key,
+};
+
+}  // namespace search_analytics

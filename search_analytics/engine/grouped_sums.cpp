@@ -1,0 +1,180 @@
+// Evaluations summed up by group and time window, one at a time.
+#include "engine/grouped_sums.h"
+
+#include "engine/statistic.h"
+
+namespace search_analytics {
+
+using namespace host;
+
+namespace {
+
+Ref column_key(PyObject* pnl_column, const char* suffix) {
+    return concatenate(column_or_default(pnl_column).get(), suffix);
+}
+
+// Whether a granularity read once holds for every record: `aggregate_by` is a member of the
+// module's own enumeration and the key maps are plain dictionaries, so that reading them again
+// runs no code and finds the same.
+bool is_fixed_granularity(const ModuleState& state, PyObject* aggregate_by) {
+    const Names& names = state.names;
+    const Ref vocabulary = load_global(state, names.AggregateBy);
+    return is_original(state, names.AggregateBy) &&
+           reinterpret_cast<PyObject*>(Py_TYPE(aggregate_by)) == vocabulary.get() &&
+           PyDict_CheckExact(load_global(state, names._FUNC_KEY_MAP).get()) &&
+           PyDict_CheckExact(load_global(state, names._FEAT_KEY_MAP).get());
+}
+
+}  // namespace
+
+GroupedSums::GroupedSums(ModuleState& state, const SumsRequest& request)
+    : state_(state),
+      request_(request),
+      reader_(state),
+      builds_keys_(is_original_method(state, request.engine, state.names._build_group_key)),
+      has_fixed_granularity_(builds_keys_ && is_fixed_granularity(state, request.aggregate_by)),
+      sharpe_key_(column_key(request.pnl_column, "_sharpe")),
+      returns_key_(column_key(request.pnl_column, "_returns")),
+      drawdown_key_(column_key(request.pnl_column, "_drawdown")),
+      now_(current_time(state)),
+      week_(cutoff_before(now_.get(), kSecondsPerWeek)),
+      day_(cutoff_before(now_.get(), kSecondsPerDay)) {
+    find_windows(request.time_windows);
+    find_pools();
+}
+
+// A window that equals several members counts as the first of them.
+void GroupedSums::find_windows(PyObject* time_windows) {
+    const Names& names = state_.names;
+    const std::pair<PyObject*, std::size_t*> kinds[] = {{names.LIFETIME, &lifetime_},
+                                                        {names.ERA, &era_},
+                                                        {names.LAST_WEEK, &last_week_},
+                                                        {names.LAST_24H, &last_day_}};
+    const Ref requested = list_of(time_windows);
+    for_each(requested.get(), [&](PyObject* window) {
+        for (const auto& [name, position] : kinds) {
+            if (equal(window, time_window_member(state_, name).get())) {
+                *position = windows_.size();
+                break;
+            }
+        }
+        windows_.push_back(Ref::share(window));
+    });
+}
+
+void GroupedSums::find_pools() {
+    const Names& names = state_.names;
+    for_each(attribute(request_.engine, names._pool_configs).get(),
+             [&](PyObject* pool) { pools_.push_back({attribute(pool, names.name), Ref()}); });
+    std::size_t next = 0;
+    for_each(attribute(request_.engine, names._pool_configs).get(), [&](PyObject* pool) {
+        Ref threshold = attribute(pool, names.is_correlation_threshold);
+        if (next < pools_.size()) {
+            pools_[next++].threshold = std::move(threshold);
+        }
+    });
+    pools_.resize(next);
+    is_submittable_.resize(next);
+}
+
+void GroupedSums::add(PyObject* ev) {
+    read_measures(ev);
+    find_submittable();
+    const std::size_t group = group_of(ev);
+    if (group == counts_.size()) {
+        counts_.push_back(0);
+        sums_.resize(sums_.size() + windows_.size());
+        submittable_.resize(submittable_.size() + windows_.size() * pools_.size());
+    }
+    ++counts_[group];
+    count_into_windows(ev, group);
+}
+
+// The chosen column's table comes first, then the record's own value.
+Ref GroupedSums::column_measure(PyObject* per_column, PyObject* key, PyObject* ev,
+                                PyObject* name) const {
+    if (PyDict_CheckExact(per_column) && PyUnicode_CheckExact(key)) {
+        auto entry = dict_entry(per_column, key);
+        return entry ? std::move(*entry) : attribute(ev, name);
+    }
+    return contains(per_column, key) ? item(per_column, key) : attribute(ev, name);
+}
+
+void GroupedSums::read_measures(PyObject* ev) {
+    const Names& names = state_.names;
+    auto& values = measures_.values;
+    const Ref per_column = attribute(ev, names.per_column_stats);
+    if (truth(per_column.get())) {
+        values[kSharpe] = column_measure(per_column.get(), sharpe_key_.get(), ev, names.sharpe);
+        values[kReturns] = column_measure(per_column.get(), returns_key_.get(), ev, names.returns);
+        values[kDrawdown] =
+            column_measure(per_column.get(), drawdown_key_.get(), ev, names.drawdown);
+    } else {
+        values[kSharpe] = attribute(ev, names.sharpe);
+        values[kReturns] = attribute(ev, names.returns);
+        values[kDrawdown] = attribute(ev, names.drawdown);
+    }
+    values[kTurnover] = attribute(ev, names.turnover);
+    values[kCorrelation] = attribute(ev, names.correlation);
+    measures_.passed = truth(attribute(ev, names.passed_thresholds).get());
+    measures_.find_reals();
+}
+
+// A failed evaluation may have no correlation at all: test `passed` first.
+void GroupedSums::find_submittable() {
+    PyObject* correlation = measures_.values[kCorrelation].get();
+    for (std::size_t pool = 0; pool < pools_.size(); ++pool) {
+        PyObject* threshold = pools_[pool].threshold.get();
+        if (!measures_.passed) {
+            is_submittable_[pool] = false;
+        } else if (PyFloat_CheckExact(correlation) && PyFloat_CheckExact(threshold)) {
+            is_submittable_[pool] = PyFloat_AS_DOUBLE(correlation) < PyFloat_AS_DOUBLE(threshold);
+        } else {
+            is_submittable_[pool] = compare(correlation, threshold, Py_LT);
+        }
+    }
+}
+
+std::size_t GroupedSums::group_of(PyObject* ev) {
+    if (!builds_keys_) {
+        return groups_.number_of(
+            call_method(request_.engine, state_.names._build_group_key, ev, request_.aggregate_by));
+    }
+    if (!has_fixed_granularity_ || granularity_.function_key.empty()) {
+        granularity_ = granularity_of(state_, request_.aggregate_by);
+    }
+    functions_.clear();
+    features_.clear();
+    functions_.collect(reader_, ev, Side::kFunctions, granularity_.function_key.get());
+    features_.collect(reader_, ev, Side::kFeatures, granularity_.feature_key.get());
+    return groups_.number_of(functions_, features_);
+}
+
+void GroupedSums::count_into_windows(PyObject* ev, std::size_t group) {
+    const Names& names = state_.names;
+    const Ref timestamp = attribute(ev, names.timestamp);
+    const Ref era = attribute(ev, names.era_id);
+    if (lifetime_ != kNotRequested) {
+        count_into(group, lifetime_);
+    }
+    if (era_ != kNotRequested &&
+        (request_.era_id == Py_None || equal(era.get(), request_.era_id))) {
+        count_into(group, era_);
+    }
+    if (last_week_ != kNotRequested && week_.includes(timestamp.get())) {
+        count_into(group, last_week_);
+    }
+    if (last_day_ != kNotRequested && day_.includes(timestamp.get())) {
+        count_into(group, last_day_);
+    }
+}
+
+void GroupedSums::count_into(std::size_t group, std::size_t window) {
+    const std::size_t position = cell(group, window);
+    sums_[position].add(measures_);
+    for (std::size_t pool = 0; pool < pools_.size(); ++pool) {
+        submittable_[position * pools_.size() + pool] += is_submittable_[pool] ? 1 : 0;
+    }
+}
+
+}  // namespace search_analytics

@@ -1,0 +1,103 @@
+// Evaluations summed up by group and time window, one at a time.
+#pragma once
+
+#include <vector>
+
+#include "engine/group_table.h"
+#include "engine/time_window.h"
+#include "engine/window_sums.h"
+
+namespace search_analytics {
+
+// What to sum: borrowed from the call that asks.
+struct SumsRequest {
+    PyObject* engine;
+    PyObject* era_id;
+    PyObject* aggregate_by;
+    PyObject* pnl_column;
+    PyObject* time_windows;
+};
+
+// A pool whose correlation limit decides what could be submitted to it.
+struct SubmissionPool {
+    host::Ref name;
+    host::Ref threshold;
+};
+
+class GroupedSums {
+   public:
+    // Reads the clock, the windows and the engine's pools once; every evaluation is measured
+    // against the same moment.
+    GroupedSums(host::ModuleState& state, const SumsRequest& request);
+
+    // Counts one evaluation into its group, and into each window that it falls into.
+    void add(PyObject* ev);
+
+    std::size_t size() const { return groups_.size(); }
+    host::Ref key(std::size_t group) const { return groups_.key(group); }
+    Py_ssize_t count(std::size_t group) const { return counts_[group]; }
+
+    const std::vector<host::Ref>& windows() const { return windows_; }
+    const WindowSums& sums(std::size_t group, std::size_t window) const {
+        return sums_[cell(group, window)];
+    }
+
+    const std::vector<SubmissionPool>& pools() const { return pools_; }
+    // How many of the window's evaluations the pool would take.
+    Py_ssize_t submittable(std::size_t group, std::size_t window, std::size_t pool) const {
+        return submittable_[cell(group, window) * pools_.size() + pool];
+    }
+
+   private:
+    static constexpr std::size_t kNotRequested = static_cast<std::size_t>(-1);
+
+    std::size_t cell(std::size_t group, std::size_t window) const {
+        return group * windows_.size() + window;
+    }
+
+    void find_windows(PyObject* time_windows);
+    void find_pools();
+    void read_measures(PyObject* ev);
+    host::Ref column_measure(PyObject* per_column, PyObject* key, PyObject* ev,
+                             PyObject* name) const;
+    void find_submittable();
+    std::size_t group_of(PyObject* ev);
+    void count_into_windows(PyObject* ev, std::size_t group);
+    void count_into(std::size_t group, std::size_t window);
+
+    host::ModuleState& state_;
+    SumsRequest request_;
+    UsageReader reader_;
+    bool builds_keys_;  // the engine's _build_group_key is the class's own
+    bool has_fixed_granularity_;
+    Granularity granularity_;
+
+    host::Ref sharpe_key_;
+    host::Ref returns_key_;
+    host::Ref drawdown_key_;
+    host::Ref now_;
+    Cutoff week_;
+    Cutoff day_;
+
+    std::vector<host::Ref> windows_;
+    // Where each kind of window stands in windows_.
+    std::size_t lifetime_ = kNotRequested;
+    std::size_t era_ = kNotRequested;
+    std::size_t last_week_ = kNotRequested;
+    std::size_t last_day_ = kNotRequested;
+    std::vector<SubmissionPool> pools_;
+
+    // The evaluation at hand.
+    Measures measures_;
+    std::vector<bool> is_submittable_;
+    KeySide functions_;
+    KeySide features_;
+
+    // By group; by group and window; by group, window and pool.
+    GroupTable groups_;
+    std::vector<Py_ssize_t> counts_;
+    std::vector<WindowSums> sums_;
+    std::vector<Py_ssize_t> submittable_;
+};
+
+}  // namespace search_analytics

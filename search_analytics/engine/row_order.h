@@ -1,0 +1,14 @@
+// The order of statistics rows.
+#pragma once
+
+#include "host/function.h"
+
+namespace search_analytics {
+
+enum class Direction { kAscending, kDescending };
+
+// Sorts rows in place by the composite score of their first window; among equal scores the group
+// with more evaluations comes first in either direction, and then the one first met.
+void sort_rows(host::ModuleState& state, const host::Ref& rows, Direction direction);
+
+}  // namespace search_analytics

@@ -1,0 +1,73 @@
+// Telling an agent's own measure from the server's.
+#include "engine/tamper.h"
+
+#include <cmath>
+#include <limits>
+
+#include "host/containers.h"
+
+namespace search_analytics {
+
+using namespace host;
+
+namespace {
+
+// Differences up to this size are rounding, not disagreement. Absolute.
+constexpr double kTolerance = 1e-9;
+
+// float(value), or nothing where the value is no number.
+std::optional<Ref> as_float(PyObject* value) {
+    try {
+        return Ref::steal(PyNumber_Float(value));
+    } catch (const ErrorSet&) {
+        if (!error_is(PyExc_TypeError) && !error_is(PyExc_ValueError)) {
+            throw;
+        }
+        forget_error();
+        return std::nullopt;
+    }
+}
+
+bool is_finite(const ModuleState& state, const Ref& value) {
+    const Ref math = load_global(state, state.names.math);
+    return truth(call_method(math.get(), state.names.isfinite, value.get()).get());
+}
+
+Ref pnl_mi_tamper_delta(const Call& call) {
+    const ModuleState& state = call.state();
+    PyObject* agent_value = call[state.names.agent_value];
+    PyObject* server_value = call[state.names.server_value];
+    if (agent_value == Py_None || server_value == Py_None) {
+        return Ref::none();
+    }
+    const auto agent = as_float(agent_value);
+    if (!agent) {
+        return Ref::none();
+    }
+    const auto server = as_float(server_value);
+    if (!server) {
+        return Ref::none();
+    }
+    const double agent_number = PyFloat_AS_DOUBLE(agent->get());
+    // A zero from the agent stands for "not reported".
+    if (agent_number == 0.0 || !is_finite(state, *server)) {
+        return Ref::none();
+    }
+    if (!is_finite(state, *agent)) {
+        return real(std::numeric_limits<double>::infinity());
+    }
+    const double delta = std::fabs(agent_number - PyFloat_AS_DOUBLE(server->get()));
+    return delta > kTolerance ? real(delta) : Ref::none();
+}
+
+}  // namespace
+
+const FunctionDescription kPnlMiTamperDelta = {
+    "_pnl_mi_tamper_delta",
+    "Return by how much an agent's value and the server's disagree, or None.",
+    {"agent_value, server_value"},
+    {},
+    pnl_mi_tamper_delta,
+};
+
+}  // namespace search_analytics

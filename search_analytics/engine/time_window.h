@@ -1,0 +1,42 @@
+// Time windows: which records fall into one.
+#pragma once
+
+#include "host/function.h"
+
+namespace search_analytics {
+
+extern const host::FunctionDescription kFilterByTimeWindow;
+
+inline constexpr long kSecondsPerWeek = 604800;
+inline constexpr long kSecondsPerDay = 86400;
+
+// now - seconds
+host::Ref cutoff_before(PyObject* now, long seconds);
+
+// time.time(), of whatever stands under `time` in the module now.
+host::Ref current_time(const host::ModuleState& state);
+
+// A moment that time stamps are compared with: the cut-off of a window that ends now. Floats are
+// compared directly, all else by the objects' own `>=`.
+class Cutoff {
+   public:
+    explicit Cutoff(host::Ref moment);
+
+    // timestamp >= cut-off
+    bool includes(PyObject* timestamp) const {
+        if (is_real_ && PyFloat_CheckExact(timestamp)) [[likely]] {
+            return PyFloat_AS_DOUBLE(timestamp) >= seconds_;
+        }
+        return host::compare(timestamp, moment_.get(), Py_GE);
+    }
+
+   private:
+    host::Ref moment_;
+    bool is_real_;
+    double seconds_;
+};
+
+// A member of TimeWindow, by its name, as the module's vocabulary has it now.
+host::Ref time_window_member(const host::ModuleState& state, PyObject* name);
+
+}  // namespace search_analytics

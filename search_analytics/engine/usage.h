@@ -1,0 +1,65 @@
+// What an evaluation used: its functions and features as items, and the names in them.
+#pragma once
+
+#include "host/containers.h"
+#include "host/function.h"
+
+namespace search_analytics {
+
+extern const host::FunctionDescription kUsageItems;
+extern const host::FunctionDescription kFunctionItems;
+extern const host::FunctionDescription kFeatureItems;
+extern const host::FunctionDescription kUsageValue;
+
+enum class Side { kFunctions, kFeatures };
+
+// Reads items and names through the module's helpers as they stand when an operation starts: a
+// helper that a caller has replaced is called, one that stands as it was made is not called but
+// carried out here.
+class UsageReader {
+   public:
+    explicit UsageReader(const host::ModuleState& state);
+
+    // _function_items(record) or _feature_items(record)
+    host::Ref items(PyObject* record, Side side) const;
+
+    // The item's value under `key`, by _usage_value with the side's name key to fall back on.
+    host::Ref value(PyObject* item, PyObject* key, Side side) const;
+
+    // Calls `visit` with the value of each item of `record` in turn until it returns false.
+    template <typename Visit>
+    void for_each_value_until(PyObject* record, Side side, PyObject* key, Visit&& visit) const;
+
+   private:
+    struct SideNames {
+        PyObject* metadata;
+        PyObject* names;
+        PyObject* name_key;
+    };
+    const SideNames& names_of(Side side) const {
+        return side == Side::kFunctions ? functions_ : features_;
+    }
+
+    const host::ModuleState& state_;
+    SideNames functions_;
+    SideNames features_;
+    bool items_are_original_[2];
+    bool value_is_original_;
+};
+
+// The algorithms of `_usage_items` and `_usage_value`.
+host::Ref usage_items(PyObject* record, PyObject* metadata_attr, PyObject* names_attr,
+                      PyObject* name_key);
+host::Ref usage_value(const host::Names& names, PyObject* item, PyObject* key, PyObject* name_key);
+
+template <typename Visit>
+void UsageReader::for_each_value_until(PyObject* record, Side side, PyObject* key,
+                                       Visit&& visit) const {
+    const host::Ref all = items(record, side);
+    host::for_each_until(all.get(), [&](PyObject* item) {
+        const host::Ref found = value(item, key, side);
+        return visit(found.get());
+    });
+}
+
+}  // namespace search_analytics
