@@ -40,7 +40,7 @@ demo: build $(STAMPS)/demo ## run a real search and ask all questions (DATABASE=
 
 .PHONY: build
 build: $(BUILD)/build.ninja ## build the extension and install it into the virtual environment
-	@cmake --build $(BUILD)
+	@MAKEFLAGS= cmake --build $(BUILD)
 	@cmake --install $(BUILD) --prefix "$(SITE)"
 
 ##@ Check
@@ -81,7 +81,7 @@ format: $(STAMPS)/lint ## rewrite C++ and Python in the house style
 # it, or it cannot see exceptions. What counts blocks means nothing without pymalloc.
 .PHONY: sanitize
 sanitize: build/asan/build.ninja $(STAMPS)/test ## run the tests on a build that checks addresses and undefined behaviour
-	@cmake --build build/asan
+	@MAKEFLAGS= cmake --build build/asan
 	@cmake --install build/asan --prefix build/asan/site
 	@export LD_PRELOAD="$$(c++ -print-file-name=libasan.so) $$(c++ -print-file-name=libstdc++.so.6)" \
 	    ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
@@ -97,7 +97,7 @@ leaks: build $(STAMPS)/test ## repeat every call until its memory blocks settle
 
 .PHONY: coverage
 coverage: build/coverage/build.ninja $(STAMPS)/test $(STAMPS)/coverage ## show which lines the tests reach
-	@cmake --build build/coverage
+	@MAKEFLAGS= cmake --build build/coverage
 	@cmake --install build/coverage --prefix build/coverage/site
 	@find build/coverage -name '*.gcda' -delete
 	@PYTHONPATH="$(CURDIR)/build/coverage/site" $(STRICT) -m pytest -q \
