@@ -70,41 +70,34 @@ class PostgresServer:
 
     def _start(self) -> None:
         # Socket paths are limited to about a hundred characters: keep the folder's name short.
-        self._folder = Path(tempfile.mkdtemp(prefix="kestrune-pg-"))
+        folder = self._folder = Path(tempfile.mkdtemp(prefix="kestrune-pg-"))
         account = _unprivileged_account()
         if account:
-            shutil.chown(self._folder, account["user"], account["group"])
-        programs = _usable_programs(self._folder, account)
-        data, log = self._folder / "data", self._folder / "log"
-        _run(
-            [programs / "initdb", "-D", data, "-U", "demo", "-A", "trust", "-E", "UTF8"]
-            + ["--locale=C", "--no-sync"],
-            account,
-        )
+            shutil.chown(folder, account["user"], account["group"])
+        programs = _usable_programs(folder, account)
+        data, log = folder / "data", folder / "log"
+        make_data = [programs / "initdb", "-D", data, "-U", "demo", "-A", "trust", "-E", "UTF8"]
+        _run([*make_data, "--locale=C", "--no-sync"], account)
         options = [part for item in _OPTIONS.items() for part in ("-c", "=".join(item))]
         with log.open("wb") as log_file:
             self._process = subprocess.Popen(
-                [programs / "postgres", "-D", data, "-k", self._folder, *options],
+                [programs / "postgres", "-D", data, "-k", folder, *options],
                 stdin=subprocess.DEVNULL,
                 stdout=log_file,
                 stderr=subprocess.STDOUT,
-                cwd=self._folder,
+                cwd=folder,
                 # Ctrl-C is for the demo, which then stops the server itself.
                 start_new_session=True,
                 **account,
             )
-        self.url = f"postgresql://demo@/postgres?host={quote(str(self._folder), safe='')}"
-        self._wait_until_ready(programs, account)
-
-    def _wait_until_ready(self, programs: Path, account: dict[str, Any]) -> None:
-        assert self._process is not None and self._folder is not None
+        ask = [programs / "pg_isready", "-q", "-h", folder, "-d", "postgres"]
         deadline = time.monotonic() + START_SECONDS
-        ask = [programs / "pg_isready", "-q", "-h", self._folder, "-d", "postgres"]
-        while subprocess.run(ask, cwd=self._folder, **account).returncode != 0:
+        while subprocess.run(ask, cwd=folder, **account).returncode != 0:
             if self._process.poll() is not None or time.monotonic() > deadline:
-                log = (self._folder / "log").read_text(errors="replace")
-                raise PostgresServerError(f"PostgreSQL did not start:\n{log[-2000:]}")
+                text = log.read_text(errors="replace")
+                raise PostgresServerError(f"PostgreSQL did not start:\n{text[-2000:]}")
             time.sleep(0.05)
+        self.url = f"postgresql://demo@/postgres?host={quote(str(folder), safe='')}"
 
     def stop(self) -> None:
         """Stop the server and remove its folder; stopping twice is harmless."""

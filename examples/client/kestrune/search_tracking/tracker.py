@@ -136,8 +136,5 @@ class SearchTracker:
 
 def _evaluation(row: tuple[Any, ...]) -> Evaluation:
     return Evaluation(
-        *[
-            None if value is None else load(value)
-            for value, load in zip(row, _LOADERS, strict=True)
-        ]
+        *[None if value is None else load(value) for value, load in zip(row, _LOADERS, strict=True)]
     )
