@@ -112,7 +112,11 @@ def test_installing_the_wheel_leaves_the_foreign_package_alone(bare_python: Path
 
 
 def test_installed_extension_shows_whole_signatures(bare_python: Path) -> None:
-    source = "import inspect, kestrune.search_analytics as s; print(inspect.signature(s.get_search_stats))"
+    source = (
+        "import inspect\n"
+        "from kestrune.search_analytics import get_search_stats\n"
+        "print(inspect.signature(get_search_stats))"
+    )
     printed = run(bare_python, "-I", "-c", source)
     assert printed.startswith("(era_id=None, eval_type=None, ")
     assert printed.endswith("min_sample_size=100, sort_ascending=False) -> 'SearchStatsResult'\n")
