@@ -16,43 +16,50 @@ Ref fetch_probe(const Names& names, PyObject* conn, const char* sql, PyObject* t
     return call_method(cursor.get(), names.fetchone);
 }
 
-// PostgreSQL answers for a missing table with a row that holds NULL, SQLite with no row.
-Ref tracker_table_exists(const Call& call) {
+Ref tracker_table_exists_function(const Call& call) {
     const Names& names = call.names();
-    PyObject* conn = call[names.conn];
-    PyObject* table_name = call[names.table_name];
-    if (conn == Py_None) {
-        return boolean(false);
-    }
-    const Ref dialect = attribute_or_none(conn, names.dialect);
-    if (equal(dialect.get(), unicode("postgres").get())) {
-        const Ref row = fetch_probe(names, conn, "SELECT to_regclass(?)", table_name);
-        return boolean(!row.is_none() && !item(row.get(), Py_ssize_t{0}).is_none());
-    }
-    const Ref row = fetch_probe(
-        names, conn, "SELECT 1 FROM sqlite_master WHERE type='table' AND name=?", table_name);
-    return boolean(!row.is_none());
+    return boolean(tracker_table_exists(names, call[names.conn], call[names.table_name]));
 }
 
 Ref submission_status_table_and_signal_column(const Call& call) {
-    const Names& names = call.names();
-    PyObject* eval_type = call[names.eval_type];
-    if (equal(eval_type, names.strategy)) {
-        return tuple_of(unicode("strategy_submission_status"),
-                        Ref::share(names.strategy_signal_pool));
-    }
-    if (equal(eval_type, names.signal)) {
-        return tuple_of(unicode("signal_submission_status"), Ref::share(names.signal_pool_id));
-    }
-    return tuple_of(Ref::none(), Ref::none());
+    const auto [table, pool_column] =
+        submission_status_table(call.names(), call[call.names().eval_type]);
+    return Ref::steal(PyTuple_Pack(2, table, pool_column));
 }
 
 }  // namespace
 
+// PostgreSQL answers for a missing table with a row that holds NULL, SQLite with no row.
+bool tracker_table_exists(const Names& names, PyObject* conn, PyObject* table_name) {
+    if (conn == Py_None) {
+        return false;
+    }
+    const Ref dialect = attribute_or_none(conn, names.dialect);
+    if (equal(dialect.get(), unicode("postgres").get())) {
+        const Ref row = fetch_probe(names, conn, "SELECT to_regclass(?)", table_name);
+        return !row.is_none() && !item(row.get(), Py_ssize_t{0}).is_none();
+    }
+    const Ref row = fetch_probe(
+        names, conn, "SELECT 1 FROM sqlite_master WHERE type='table' AND name=?", table_name);
+    return !row.is_none();
+}
+
+StatusTable submission_status_table(const Names& names, PyObject* eval_type) {
+    if (equal(eval_type, names.strategy)) {
+        return {names.strategy_submission_status, names.strategy_signal_pool};
+    }
+    if (equal(eval_type, names.signal)) {
+        return {names.signal_submission_status, names.signal_pool_id};
+    }
+    return {Py_None, Py_None};
+}
+
 const FunctionDescription kTrackerTableExists = {
-    "_tracker_table_exists", "Return whether the tracker's database has a table of that name.",
-    {"conn, table_name"},    {},
-    tracker_table_exists,
+    "_tracker_table_exists",
+    "Return whether the tracker's database has a table of that name.",
+    {"conn, table_name"},
+    {},
+    tracker_table_exists_function,
 };
 
 const FunctionDescription kSubmissionStatusTableAndSignalColumn = {

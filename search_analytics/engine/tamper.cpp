@@ -33,10 +33,14 @@ bool is_finite(const ModuleState& state, const Ref& value) {
     return truth(call_method(math.get(), state.names.isfinite, value.get()).get());
 }
 
-Ref pnl_mi_tamper_delta(const Call& call) {
-    const ModuleState& state = call.state();
-    PyObject* agent_value = call[state.names.agent_value];
-    PyObject* server_value = call[state.names.server_value];
+Ref pnl_mi_tamper_delta_function(const Call& call) {
+    const Names& names = call.names();
+    return pnl_mi_tamper_delta(call.state(), call[names.agent_value], call[names.server_value]);
+}
+
+}  // namespace
+
+Ref pnl_mi_tamper_delta(const ModuleState& state, PyObject* agent_value, PyObject* server_value) {
     if (agent_value == Py_None || server_value == Py_None) {
         return Ref::none();
     }
@@ -60,14 +64,12 @@ Ref pnl_mi_tamper_delta(const Call& call) {
     return delta > kTolerance ? real(delta) : Ref::none();
 }
 
-}  // namespace
-
 const FunctionDescription kPnlMiTamperDelta = {
     "_pnl_mi_tamper_delta",
     "Return by how much an agent's value and the server's disagree, or None.",
     {"agent_value, server_value"},
     {},
-    pnl_mi_tamper_delta,
+    pnl_mi_tamper_delta_function,
 };
 
 }  // namespace search_analytics

@@ -7,4 +7,8 @@ namespace search_analytics {
 
 extern const host::FunctionDescription kPnlMiTamperDelta;
 
+// _pnl_mi_tamper_delta(agent_value, server_value)
+host::Ref pnl_mi_tamper_delta(const host::ModuleState& state, PyObject* agent_value,
+                              PyObject* server_value);
+
 }  // namespace search_analytics

@@ -251,6 +251,10 @@
     NAME(rejection_reason)                                     \
     NAME(returns)                                              \
     NAME(sharpe)                                               \
+    NAME(signal_submission_status)                             \
+    NAME(strategy_submission_status)                           \
+    NAME(not_useful)                                           \
+    NAME(useful)                                               \
     NAME(signal)                                               \
     NAME(status)                                               \
     NAME(strategy)                                             \

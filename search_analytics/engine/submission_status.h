@@ -1,0 +1,43 @@
+// What became of an evaluation that was submitted, by the tracker's database.
+#pragma once
+
+#include "host/function.h"
+
+namespace search_analytics {
+
+// The latest status row of an evaluation; every field is None where there is no row.
+struct SubmissionStatus {
+    host::Ref status;
+    host::Ref useful;  // True, False, or None where nothing says
+    host::Ref rejection_reason;
+    host::Ref pool;
+};
+
+// Reads submission statuses through the tracker's connection: one probe for the table and one
+// query per evaluation, nothing kept from one to the next but the text of the query.
+class SubmissionStatusReader {
+   public:
+    // `conn` may be None, where the tracker has no database.
+    SubmissionStatusReader(host::ModuleState& state, host::Ref conn);
+
+    // The status of one evaluation, whose type was read before.
+    SubmissionStatus read(PyObject* ev, PyObject* eval_type);
+
+   private:
+    void find_table(PyObject* eval_type);
+    bool table_exists() const;
+    host::Ref query_text();
+
+    host::ModuleState& state_;
+    host::Ref conn_;
+    bool table_is_original_;
+    bool probe_is_original_;
+    host::Ref table_;
+    host::Ref pool_column_;
+    // The last query's text, and what it was made of.
+    host::Ref query_;
+    host::Ref query_table_;
+    host::Ref query_column_;
+};
+
+}  // namespace search_analytics
