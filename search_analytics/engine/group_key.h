@@ -39,6 +39,9 @@ class KeySide {
     // Adds what `reader` finds on `side` of `record`.
     void collect(const UsageReader& reader, PyObject* record, Side side, PyObject* key);
 
+    // Adds one value, as a set does.
+    void add(PyObject* value);
+
     // Whether the distinct values all stand in values(), in the order in which they were met.
     bool is_plain() const { return frozen_.empty(); }
     const std::vector<Value>& values() const { return values_; }
@@ -47,7 +50,6 @@ class KeySide {
     host::Ref frozen();
 
    private:
-    void add(PyObject* value);
     void freeze();
 
     std::vector<Value> values_;

@@ -20,6 +20,9 @@ class RecordMaker {
         PyObject* value;
     };
 
+    // Whether making a record runs no code that a caller could see.
+    bool is_original() const { return is_original_; }
+
     // REQUIRES: every field of the class is given, in its order.
     host::Ref make(std::initializer_list<Field> fields) const;
 

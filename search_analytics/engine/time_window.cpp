@@ -21,12 +21,6 @@ Ref records_where(PyObject* evals, Accepts&& accepts) {
     return kept;
 }
 
-Ref records_since(const Names& names, PyObject* evals, PyObject* now, long seconds) {
-    const Cutoff cutoff(cutoff_before(now, seconds));
-    return records_where(
-        evals, [&](PyObject* ev) { return cutoff.includes(attribute(ev, names.timestamp).get()); });
-}
-
 // A window without a limit gives back the very list it was given.
 Ref filter_by_time_window(const Call& call) {
     const ModuleState& state = call.state();
@@ -48,10 +42,10 @@ Ref filter_by_time_window(const Call& call) {
             evals, [&](PyObject* ev) { return equal(attribute(ev, names.era_id).get(), era_id); });
     }
     if (is_member(names.LAST_WEEK)) {
-        return records_since(names, evals, call[names.now], kSecondsPerWeek);
+        return records_since(names, evals, Cutoff(cutoff_before(call[names.now], kSecondsPerWeek)));
     }
     if (is_member(names.LAST_24H)) {
-        return records_since(names, evals, call[names.now], kSecondsPerDay);
+        return records_since(names, evals, Cutoff(cutoff_before(call[names.now], kSecondsPerDay)));
     }
     return Ref::share(evals);
 }
@@ -68,6 +62,19 @@ Cutoff::Cutoff(Ref moment)
     : moment_(std::move(moment)),
       is_real_(PyFloat_CheckExact(moment_.get())),
       seconds_(is_real_ ? PyFloat_AS_DOUBLE(moment_.get()) : 0.0) {}
+
+Ref records_since(const Names& names, PyObject* evals, const Cutoff& cutoff) {
+    return records_where(
+        evals, [&](PyObject* ev) { return cutoff.includes(attribute(ev, names.timestamp).get()); });
+}
+
+Py_ssize_t passed_count(const Names& names, PyObject* evals) {
+    Py_ssize_t count = 0;
+    for_each(evals, [&](PyObject* ev) {
+        count += truth(attribute(ev, names.passed_thresholds).get()) ? 1 : 0;
+    });
+    return count;
+}
 
 Ref time_window_member(const ModuleState& state, PyObject* name) {
     return attribute(load_global(state, state.names.TimeWindow).get(), name);

@@ -36,6 +36,12 @@ class Cutoff {
     double seconds_;
 };
 
+// A new list of the records of `evals` that are not older than the cut-off.
+host::Ref records_since(const host::Names& names, PyObject* evals, const Cutoff& cutoff);
+
+// How many records of `evals` passed.
+Py_ssize_t passed_count(const host::Names& names, PyObject* evals);
+
 // A member of TimeWindow, by its name, as the module's vocabulary has it now.
 host::Ref time_window_member(const host::ModuleState& state, PyObject* name);
 

@@ -26,9 +26,9 @@ class UsageReader {
     // The item's value under `key`, by _usage_value with the side's name key to fall back on.
     host::Ref value(PyObject* item, PyObject* key, Side side) const;
 
-    // Calls `visit` with the value of each item of `record` in turn until it returns false.
+    // Calls `visit` with the value of each item of `record` in turn.
     template <typename Visit>
-    void for_each_value_until(PyObject* record, Side side, PyObject* key, Visit&& visit) const;
+    void for_each_value(PyObject* record, Side side, PyObject* key, Visit&& visit) const;
 
    private:
     struct SideNames {
@@ -53,12 +53,11 @@ host::Ref usage_items(PyObject* record, PyObject* metadata_attr, PyObject* names
 host::Ref usage_value(const host::Names& names, PyObject* item, PyObject* key, PyObject* name_key);
 
 template <typename Visit>
-void UsageReader::for_each_value_until(PyObject* record, Side side, PyObject* key,
-                                       Visit&& visit) const {
+void UsageReader::for_each_value(PyObject* record, Side side, PyObject* key, Visit&& visit) const {
     const host::Ref all = items(record, side);
-    host::for_each_until(all.get(), [&](PyObject* item) {
+    host::for_each(all.get(), [&](PyObject* item) {
         const host::Ref found = value(item, key, side);
-        return visit(found.get());
+        visit(found.get());
     });
 }
 

@@ -1,0 +1,143 @@
+// Counting pairs of names that occur together.
+#include "engine/pair_table.h"
+
+#include <algorithm>
+
+namespace search_analytics {
+
+using namespace host;
+
+namespace {
+
+constexpr std::size_t kFirstSlotCount = 64;
+
+std::uint64_t pair_hash(std::uint32_t first, std::uint32_t second) {
+    std::uint64_t bits = (static_cast<std::uint64_t>(first) << 32) | second;
+    bits *= 0x9E3779B97F4A7C15U;
+    return bits ^ (bits >> 32);
+}
+
+// The order of two plain strings, which runs no code.
+bool comes_before(PyObject* left, PyObject* right) { return PyUnicode_Compare(left, right) < 0; }
+
+// Doubles an open-addressing table when it is half full; `hash_of` gives an entry's hash.
+template <typename HashOf>
+void reserve_slot(std::vector<std::uint32_t>& slots, std::size_t entries, HashOf&& hash_of) {
+    if ((entries + 1) * 2 <= slots.size()) {
+        return;
+    }
+    slots.assign(slots.empty() ? kFirstSlotCount : slots.size() * 2, 0);
+    const std::size_t mask = slots.size() - 1;
+    for (std::size_t entry = 0; entry < entries; ++entry) {
+        std::size_t slot = hash_of(entry) & mask;
+        while (slots[slot] != 0) {
+            slot = (slot + 1) & mask;
+        }
+        slots[slot] = static_cast<std::uint32_t>(entry + 1);
+    }
+}
+
+}  // namespace
+
+std::uint32_t PairTable::number_of(const KeySide::Value& name) {
+    reserve_slot(name_slots_, names_.size(),
+                 [&](std::size_t entry) { return static_cast<std::uint64_t>(names_[entry].hash); });
+    const std::size_t mask = name_slots_.size() - 1;
+    std::size_t slot = static_cast<std::uint64_t>(name.hash) & mask;
+    for (; name_slots_[slot] != 0; slot = (slot + 1) & mask) {
+        const std::uint32_t number = name_slots_[slot] - 1;
+        if (names_[number].hash == name.hash &&
+            same_text(names_[number].text.get(), name.text.get())) {
+            return number;
+        }
+    }
+    names_.push_back({name.hash, name.text.copy()});
+    const auto number = static_cast<std::uint32_t>(names_.size() - 1);
+    name_slots_[slot] = number + 1;
+    return number;
+}
+
+PassCounts& PairTable::plain_counts(Pair pair) {
+    reserve_slot(pair_slots_, pairs_.size(), [&](std::size_t entry) {
+        return pair_hash(pairs_[entry].first, pairs_[entry].second);
+    });
+    const std::size_t mask = pair_slots_.size() - 1;
+    std::size_t slot = pair_hash(pair.first, pair.second) & mask;
+    for (; pair_slots_[slot] != 0; slot = (slot + 1) & mask) {
+        const std::uint32_t number = pair_slots_[slot] - 1;
+        if (pairs_[number].first == pair.first && pairs_[number].second == pair.second) {
+            return counts_[number];
+        }
+    }
+    pairs_.push_back(pair);
+    pair_slots_[slot] = static_cast<std::uint32_t>(pairs_.size());
+    return counts_.emplace_back();
+}
+
+void PairTable::add_plain(KeySide& names, bool passed) {
+    row_.clear();
+    for (const KeySide::Value& name : names.values()) {
+        row_.push_back(number_of(name));
+    }
+    const auto by_name = [&](std::uint32_t left, std::uint32_t right) {
+        return comes_before(names_[left].text.get(), names_[right].text.get());
+    };
+    std::ranges::sort(row_, by_name);
+    for (std::size_t i = 0; i < row_.size(); ++i) {
+        for (std::size_t j = i + 1; j < row_.size(); ++j) {
+            plain_counts({row_[i], row_[j]}).add(passed);
+        }
+    }
+}
+
+void PairTable::add_sorted(const Ref& ordered, bool passed) {
+    const Py_ssize_t count = list_size(ordered);
+    for (Py_ssize_t i = 0; i < count; ++i) {
+        for (Py_ssize_t j = i + 1; j < count; ++j) {
+            const Ref pair = tuple_of(item(ordered.get(), i), item(ordered.get(), j));
+            tuples_.counts(pair.get()).add(passed);
+        }
+    }
+}
+
+void PairTable::become_tuples() {
+    for (std::size_t pair = 0; pair < pairs_.size(); ++pair) {
+        const Ref key = tuple_of(names_[pairs_[pair].first].text, names_[pairs_[pair].second].text);
+        tuples_.counts(key.get()) = counts_[pair];
+    }
+    has_tuples_ = true;
+}
+
+Ref PairTable::first(std::size_t pair) const {
+    return is_plain() ? names_[pairs_[pair].first].text.copy()
+                      : Ref::share(PyTuple_GET_ITEM(tuples_.key(pair), 0));
+}
+
+Ref PairTable::second(std::size_t pair) const {
+    return is_plain() ? names_[pairs_[pair].second].text.copy()
+                      : Ref::share(PyTuple_GET_ITEM(tuples_.key(pair), 1));
+}
+
+std::vector<std::size_t> PairTable::best(std::size_t count) const {
+    std::vector<std::size_t> ranking(pairs_.size());
+    for (std::size_t pair = 0; pair < ranking.size(); ++pair) {
+        ranking[pair] = pair;
+    }
+    const auto ranks_before = [&](std::size_t left, std::size_t right) {
+        if (counts_[left].passed != counts_[right].passed) {
+            return counts_[left].passed > counts_[right].passed;
+        }
+        const Pair& one = pairs_[left];
+        const Pair& other = pairs_[right];
+        return one.first != other.first
+                   ? comes_before(names_[one.first].text.get(), names_[other.first].text.get())
+                   : comes_before(names_[one.second].text.get(), names_[other.second].text.get());
+    };
+    count = std::min(count, ranking.size());
+    std::ranges::partial_sort(ranking, ranking.begin() + static_cast<std::ptrdiff_t>(count),
+                              ranks_before);
+    ranking.resize(count);
+    return ranking;
+}
+
+}  // namespace search_analytics

@@ -1,0 +1,77 @@
+// Counting pairs of names that occur together.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "engine/count_table.h"
+#include "engine/group_key.h"
+
+namespace search_analytics {
+
+// Counts by ordered pair of names, in the order in which the pairs were first met. As long as all
+// names are plain strings, a pair is two small numbers; the first name of another type turns the
+// table into a dictionary keyed by tuples, for good.
+class PairTable {
+   public:
+    // Counts every pair of an evaluation's distinct names, each with its smaller name first.
+    // `passes` is asked once, and only if there is a pair. Whatever `names` holds is gone then.
+    template <typename Passes>
+    void add(KeySide& names, Passes&& passes);
+
+    std::size_t size() const { return is_plain() ? pairs_.size() : tuples_.size(); }
+    host::Ref first(std::size_t pair) const;
+    host::Ref second(std::size_t pair) const;
+    const PassCounts& counts(std::size_t pair) const {
+        return is_plain() ? counts_[pair] : tuples_.counts(pair);
+    }
+
+    // The first `count` pairs by passed co-occurrences, most first, ties by their names. Only
+    // while is_plain(): plain strings are ordered without running code.
+    std::vector<std::size_t> best(std::size_t count) const;
+    bool is_plain() const { return !has_tuples_; }
+
+   private:
+    struct Pair {
+        std::uint32_t first;
+        std::uint32_t second;
+    };
+
+    std::uint32_t number_of(const KeySide::Value& name);
+    PassCounts& plain_counts(Pair pair);
+    void become_tuples();
+    void add_plain(KeySide& names, bool passed);
+    void add_sorted(const host::Ref& ordered, bool passed);
+
+    // Names by number, and the numbers by hash: open addressing, number plus one, 0 is free.
+    std::vector<KeySide::Value> names_;
+    std::vector<std::uint32_t> name_slots_;
+    // The same for pairs.
+    std::vector<Pair> pairs_;
+    std::vector<PassCounts> counts_;
+    std::vector<std::uint32_t> pair_slots_;
+
+    bool has_tuples_ = false;
+    CountTable tuples_;
+    std::vector<std::uint32_t> row_;
+};
+
+template <typename Passes>
+void PairTable::add(KeySide& names, Passes&& passes) {
+    if (is_plain() && names.is_plain()) {
+        if (names.values().size() >= 2) {
+            add_plain(names, passes());
+        }
+        return;
+    }
+    if (is_plain()) {
+        become_tuples();
+    }
+    const host::Ref ordered = host::list_of(names.frozen().get());
+    host::check(PyList_Sort(ordered.get()));
+    if (host::list_size(ordered) >= 2) {
+        add_sorted(ordered, passes());
+    }
+}
+
+}  // namespace search_analytics
