@@ -1,6 +1,7 @@
 // What works: performance statistics by group and time window.
 #include "analytics/search_stats.h"
 
+#include "engine/checks.h"
 #include "engine/filters.h"
 #include "engine/grouped_sums.h"
 #include "engine/record_maker.h"
@@ -13,13 +14,6 @@ namespace search_analytics {
 using namespace host;
 
 namespace {
-
-void require_sample_size(PyObject* min_sample_size) {
-    if (compare(min_sample_size, integer(0).get(), Py_LT)) {
-        raise(PyExc_ValueError,
-              format("min_sample_size must be >= 0, got %U.", text(min_sample_size).get()));
-    }
-}
 
 // The windows to report, as a list of their own: all four, or those asked for.
 Ref requested_windows(const ModuleState& state, PyObject* time_windows) {
