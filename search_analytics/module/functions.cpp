@@ -3,7 +3,13 @@
 
 #include <string>
 
+#include "analytics/catalogue.h"
+#include "analytics/correlation_patterns.h"
+#include "analytics/search_patterns.h"
 #include "analytics/search_stats.h"
+#include "analytics/search_velocity.h"
+#include "analytics/suggestions.h"
+#include "analytics/yield_analysis.h"
 #include "engine/engine.h"
 #include "engine/fetch.h"
 #include "engine/group_key.h"
@@ -25,7 +31,11 @@ constexpr const FunctionDescription* kFoundations[] = {
 
 // Each is a method of the engine and a function of the module.
 constexpr const FunctionDescription* kOperations[] = {
-    &kGetSearchStats,
+    &kGetSearchStats,           &kGetSuggestions,
+    &kGetAvailableEras,         &kGetAvailableNamedUniverses,
+    &kGetAvailableAggregations, &kGetSearchPatterns,
+    &kGetSearchVelocity,        &kGetYieldAnalysis,
+    &kGetCorrelationPatterns,
 };
 
 // A module-level function asks the shared engine, with every argument by keyword.
