@@ -10,12 +10,12 @@ import pytest
 from support.environment import raw_pool, session
 
 
-class Overridden(Exception):
+class ReplacedError(Exception):
     """Raised by a replacement, to show that it was called."""
 
 
 def overriding(*args, **kwargs):
-    raise Overridden
+    raise ReplacedError
 
 
 def test_the_login_message_is_read_at_each_call(monkeypatch, client):
@@ -35,7 +35,7 @@ def test_paths_are_asked_of_the_replaced_function(monkeypatch, tmp_path, functio
         path = SimpleNamespace(isdir=os.path.isdir, expanduser=os.path.expanduser)
         setattr(path, function, overriding)
         monkeypatch.setattr(search_analytics, "_os", SimpleNamespace(path=path))
-    with pytest.raises(Overridden):
+    with pytest.raises(ReplacedError):
         search_analytics._tracker_from_config({"data_dir": str(tmp_path)})
 
 

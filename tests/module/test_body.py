@@ -12,36 +12,90 @@ import pytest
 from support.children import run_child
 from support.parts import RecordingTracker, evaluation, pool
 
-NAMES = """
-    _os _sys time math dataclass field Enum SimpleNamespace List Optional Tuple FrozenSet
-    _alias_source_file
-    _DEFAULT_ANALYTICS_HISTORY_LIMIT
-    _tracker_table_exists _submission_status_table_and_signal_column _pnl_mi_tamper_delta
-    AggregateBy EvalPool TimeWindow
-    WindowStats StatsRow SearchStatsResult SuggestionsResult DepthBucket FamilyYield
-    SearchPatternsResult VelocityWindow SearchVelocityResult YieldAnalysisResult
-    FunctionPairPattern CorrelationPatternsResult
-    _FUNC_KEY_MAP _FEAT_KEY_MAP _AUTH_REQUIRED_MESSAGE
-    _get_attr_or_item _unwrap_era_config _candidate_era_configs _runtime_from_onboarding
-    _extract_raw_pools _normalize_pool_config _iter_pool_configs
-    _usage_items _function_items _feature_items _usage_value
-    _resolve_pool_configs
-    _auth_from_onboarding_or_search _require_registered_or_logged_in _active_search_handle
-    _tracker_from_config _resolve_tracker_and_pools
-    SearchAnalytics
-    _singleton
-    _get_or_init
-    get_search_stats get_suggestions get_available_eras get_available_named_universes
-    get_available_aggregations get_search_patterns get_search_velocity get_yield_analysis
-    get_correlation_patterns
-""".split()
+NAMES = [
+    "_os",
+    "_sys",
+    "time",
+    "math",
+    "dataclass",
+    "field",
+    "Enum",
+    "SimpleNamespace",
+    "List",
+    "Optional",
+    "Tuple",
+    "FrozenSet",
+    "_alias_source_file",
+    "_DEFAULT_ANALYTICS_HISTORY_LIMIT",
+    "_tracker_table_exists",
+    "_submission_status_table_and_signal_column",
+    "_pnl_mi_tamper_delta",
+    "AggregateBy",
+    "EvalPool",
+    "TimeWindow",
+    "WindowStats",
+    "StatsRow",
+    "SearchStatsResult",
+    "SuggestionsResult",
+    "DepthBucket",
+    "FamilyYield",
+    "SearchPatternsResult",
+    "VelocityWindow",
+    "SearchVelocityResult",
+    "YieldAnalysisResult",
+    "FunctionPairPattern",
+    "CorrelationPatternsResult",
+    "_FUNC_KEY_MAP",
+    "_FEAT_KEY_MAP",
+    "_AUTH_REQUIRED_MESSAGE",
+    "_get_attr_or_item",
+    "_unwrap_era_config",
+    "_candidate_era_configs",
+    "_runtime_from_onboarding",
+    "_extract_raw_pools",
+    "_normalize_pool_config",
+    "_iter_pool_configs",
+    "_usage_items",
+    "_function_items",
+    "_feature_items",
+    "_usage_value",
+    "_resolve_pool_configs",
+    "_auth_from_onboarding_or_search",
+    "_require_registered_or_logged_in",
+    "_active_search_handle",
+    "_tracker_from_config",
+    "_resolve_tracker_and_pools",
+    "SearchAnalytics",
+    "_singleton",
+    "_get_or_init",
+    "get_search_stats",
+    "get_suggestions",
+    "get_available_eras",
+    "get_available_named_universes",
+    "get_available_aggregations",
+    "get_search_patterns",
+    "get_search_velocity",
+    "get_yield_analysis",
+    "get_correlation_patterns",
+]
 
-METHODS = """
-    __init__ _validate_eval_type _fetch_evaluations _build_group_key _get_stat
-    _filter_by_time_window get_search_stats get_suggestions get_available_eras
-    get_available_named_universes get_available_aggregations get_search_patterns
-    get_search_velocity get_yield_analysis get_correlation_patterns
-""".split()
+METHODS = [
+    "__init__",
+    "_validate_eval_type",
+    "_fetch_evaluations",
+    "_build_group_key",
+    "_get_stat",
+    "_filter_by_time_window",
+    "get_search_stats",
+    "get_suggestions",
+    "get_available_eras",
+    "get_available_named_universes",
+    "get_available_aggregations",
+    "get_search_patterns",
+    "get_search_velocity",
+    "get_yield_analysis",
+    "get_correlation_patterns",
+]
 
 
 def own_names(module: ModuleType) -> list[str]:
@@ -78,7 +132,8 @@ def test_the_class_holds_nothing_beside_its_methods():
         *("__module__", "__doc__", "__dict__", "__weakref__", "__qualname__"),
         *("__firstlineno__", "__static_attributes__"),
     }
-    assert set(vars(search_analytics.SearchAnalytics)) - incidental == set(METHODS)
+    # A fresh class: copying engines leaves notes of the copy module on the imported one.
+    assert set(vars(execute().SearchAnalytics)) - incidental == set(METHODS)
 
 
 def test_a_body_run_outside_sys_modules_works(now):

@@ -113,7 +113,7 @@ def test_errors_of_the_engine_pass_unchanged(monkeypatch, name):
 def test_errors_of_the_resolution_pass_unchanged(monkeypatch, name):
     error = OSError("mine")
     monkeypatch.setattr(search_analytics, "_get_or_init", failing(error))
-    with pytest.raises(OSError) as caught:
+    with pytest.raises(OSError, match="mine") as caught:
         getattr(search_analytics, name)()
     assert caught.value is error
 
@@ -139,7 +139,7 @@ def test_nothing_works_without_a_login(client, name):
 
 @EVERY_FUNCTION
 def test_the_first_call_needs_a_tracker(client, name):
-    with pytest.raises(OSError, match="Search analytics needs a configured data directory."):
+    with pytest.raises(OSError, match="Search analytics needs a configured data directory"):
         getattr(search_analytics, name)()
     assert search_analytics._singleton is None
 

@@ -21,12 +21,12 @@ OPERATIONS = {
 EVERY_OPERATION = pytest.mark.parametrize(("name", "arguments"), OPERATIONS.items(), ids=OPERATIONS)
 
 
-class Overridden(Exception):
+class ReplacedError(Exception):
     """Raised by a replacement, to show that it was called."""
 
 
 def overriding(*args, **kwargs):
-    raise Overridden
+    raise ReplacedError
 
 
 @EVERY_OPERATION
@@ -42,21 +42,21 @@ def test_operations_reach_their_steps_through_the_instance(
         engine.__class__ = type("Mine", (search_analytics.SearchAnalytics,), {hook: overriding})
     else:
         monkeypatch.setattr(search_analytics.SearchAnalytics, hook, overriding)
-    with pytest.raises(Overridden):
+    with pytest.raises(ReplacedError):
         getattr(engine, name)(**arguments)
 
 
 @pytest.mark.parametrize("name", ["_function_items", "_feature_items", "_usage_value"])
 def test_group_keys_use_the_replaced_helper(monkeypatch, name):
     monkeypatch.setattr(search_analytics, name, overriding)
-    with pytest.raises(Overridden):
+    with pytest.raises(ReplacedError):
         engine_over([])._build_group_key(evaluation(), AggregateBy.FUNCTION_FEATURE)
 
 
 @pytest.mark.parametrize("name", ["_function_items", "_feature_items", "_usage_value"])
 def test_statistics_use_the_replaced_helper(monkeypatch, now, name):
     monkeypatch.setattr(search_analytics, name, overriding)
-    with pytest.raises(Overridden):
+    with pytest.raises(ReplacedError):
         engine_over([evaluation()]).get_search_stats()
 
 
@@ -71,7 +71,7 @@ def test_statistics_use_the_replaced_helper(monkeypatch, now, name):
 )
 def test_usage_filters_use_the_replaced_helper(monkeypatch, name, filters):
     monkeypatch.setattr(search_analytics, name, overriding)
-    with pytest.raises(Overridden):
+    with pytest.raises(ReplacedError):
         engine_over([evaluation()])._fetch_evaluations(**filters)
 
 
@@ -79,7 +79,7 @@ def test_usage_filters_use_the_replaced_helper(monkeypatch, name, filters):
 @pytest.mark.parametrize("name", ["_function_items", "_usage_value"])
 def test_patterns_use_the_replaced_helper(monkeypatch, operation, name):
     monkeypatch.setattr(search_analytics, name, overriding)
-    with pytest.raises(Overridden):
+    with pytest.raises(ReplacedError):
         getattr(engine_over([evaluation()]), operation)()
 
 
@@ -193,7 +193,7 @@ def test_the_clock_is_read_through_the_replaced_name(monkeypatch, name, place):
             patch.setattr(time, "time", overriding)
         else:
             patch.setattr(search_analytics, "time", SimpleNamespace(time=overriding))
-        with pytest.raises(Overridden):
+        with pytest.raises(ReplacedError):
             getattr(engine, name)()
 
 
@@ -222,7 +222,7 @@ def test_finiteness_is_asked_of_the_replaced_function(monkeypatch, place):
         monkeypatch.setattr(math, "isfinite", overriding)
     else:
         monkeypatch.setattr(search_analytics, "math", SimpleNamespace(isfinite=overriding))
-    with pytest.raises(Overridden):
+    with pytest.raises(ReplacedError):
         search_analytics._pnl_mi_tamper_delta(1.0, 2.0)
 
 
@@ -270,7 +270,7 @@ def test_a_patched_record_constructor_runs(monkeypatch, now, record, operation):
     arguments = (
         {"min_sample_size": 0} if operation in ("get_search_stats", "get_suggestions") else {}
     )
-    with pytest.raises(Overridden):
+    with pytest.raises(ReplacedError):
         getattr(engine_over([evaluation()]), operation)(**arguments)
 
 
@@ -282,7 +282,7 @@ def test_empty_results_are_built_by_the_replaced_class_too(monkeypatch):
         "CorrelationPatternsResult": "get_correlation_patterns",
     }.items():
         monkeypatch.setattr(search_analytics, record, overriding)
-        with pytest.raises(Overridden):
+        with pytest.raises(ReplacedError):
             getattr(engine_over([]), operation)()
 
 

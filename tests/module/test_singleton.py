@@ -81,7 +81,7 @@ def test_a_missing_login_leaves_nothing_cached(client, resolved):
 def test_a_missing_onboarding_module_is_reported_first(monkeypatch, client, resolved):
     client.log_out()
     client.block("agent_onboarding")
-    with pytest.raises(ModuleNotFoundError, match="kestrune.agent_onboarding"):
+    with pytest.raises(ModuleNotFoundError, match=r"kestrune\.agent_onboarding"):
         search_analytics._get_or_init()
     assert search_analytics._singleton is None
 
@@ -119,7 +119,7 @@ UNPACKING = {
 @pytest.mark.parametrize("make", UNPACKING.values(), ids=UNPACKING)
 def test_anything_but_a_pair_fails_as_unpacking_does_and_is_tried_again(resolved, make):
     with pytest.raises((ValueError, TypeError)) as expected:
-        tracker, pool_configs = make()
+        _tracker, _pools = make()
     good = resolved.result
     resolved.result = make()
     with pytest.raises(type(expected.value)) as caught:
@@ -159,7 +159,7 @@ def test_an_endless_result_is_refused_after_its_third_value(resolved):
 
 def test_an_engine_that_cannot_be_built_is_not_cached(resolved):
     resolved.result = (RecordingTracker(), [])
-    with pytest.raises(ValueError, match="pool_configs must be non-empty."):
+    with pytest.raises(ValueError, match="pool_configs must be non-empty"):
         search_analytics._get_or_init()
     assert search_analytics._singleton is None
 

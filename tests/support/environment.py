@@ -73,10 +73,9 @@ class Client:
         (folder / f"{name}.py").write_text(source)
         self._monkeypatch.setattr(kestrune, "__path__", [str(folder), *kestrune.__path__])
         # The import will bind the module in both places: have both restored afterwards.
-        self._monkeypatch.setitem(sys.modules, f"{PACKAGE}.{name}", None)
-        del sys.modules[f"{PACKAGE}.{name}"]
-        self._monkeypatch.setattr(kestrune, name, None, raising=False)
-        delattr(kestrune, name)
+        for table, key in ((sys.modules, f"{PACKAGE}.{name}"), (vars(kestrune), name)):
+            self._monkeypatch.setitem(table, key, None)
+            del table[key]
 
     def log_out(self) -> None:
         """Leave no auth object anywhere."""

@@ -112,6 +112,6 @@ def ordinary(module: Any, qualified_name: str, body: str = "pass") -> FunctionTy
         "AggregateBy": module.AggregateBy,
         "EvalPool": module.EvalPool,
     }
-    exec(source, namespace)
+    exec(compile(source, "<ordinary>", "exec", dont_inherit=True), namespace)
     found = namespace[scope] if scope else namespace[name]
     return vars(found)[name] if scope else found
