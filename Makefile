@@ -56,11 +56,12 @@ check: ## do what CI does: tests, lint, sanitizers, other CPythons, a quick benc
 .PHONY: matrix
 matrix: $(STAMPS)/venv ## run the tests on every CPython found (SKIP=3.11 leaves one out)
 	@$(PY) tools/find_pythons.py --skip "$(SKIP)" > build/pythons.txt
-	@while read -r version python; do \
+	@failed=; while read -r version python; do \
 	    echo "== CPython $$version: $$python"; \
 	    $(MAKE) test PYTHON="$$python" VENV="build/matrix/$$version/venv" \
-	        BUILD="build/matrix/$$version/release" < /dev/null || exit 1; \
-	done < build/pythons.txt
+	        BUILD="build/matrix/$$version/release" < /dev/null || failed="$$failed $$version"; \
+	done < build/pythons.txt; \
+	if [ -n "$$failed" ]; then echo "make matrix: tests failed on CPython$$failed."; exit 1; fi
 	@echo "make matrix: tests passed on CPython $$(cut -d' ' -f1 build/pythons.txt | xargs)."
 
 .PHONY: lint
