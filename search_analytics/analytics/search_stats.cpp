@@ -61,21 +61,18 @@ class RowWriter {
     Ref window_stats(std::size_t group, std::size_t window) const {
         const Names& names = state_.names;
         const WindowSums& sums = sums_.sums(group, window);
+        const bool is_empty = sums.count() == 0;
         std::array<Ref, kMeasureCount> means;
-        Ref yield_rate;
-        Ref score;
-        if (sums.count() == 0) {
+        if (is_empty) {
             for (Ref& mean : means) {
                 mean = real(0.0);
             }
-            yield_rate = real(0.0);
-            score = real(0.0);
         } else {
             means = sums.means();
-            yield_rate = real(ratio(sums.passed(), sums.count()));
-            score = composite_score(means);
         }
+        const Ref yield_rate = real(is_empty ? 0.0 : ratio(sums.passed(), sums.count()));
         const Ref submittable = submittable_yield(group, window, sums.count());
+        const Ref score = is_empty ? real(0.0) : composite_score(means);
         const Ref count = integer(sums.count());
         return window_stats_.make({{names.window, sums_.windows()[window].get()},
                                    {names.sharpe, means[kSharpe].get()},

@@ -18,9 +18,4 @@ void require_top_n(PyObject* top_n) {
     }
 }
 
-Ref first_items(PyObject* sequence, PyObject* count) {
-    const Ref slice = Ref::steal(PySlice_New(nullptr, count, nullptr));
-    return item(sequence, slice.get());
-}
-
 }  // namespace search_analytics

@@ -11,7 +11,4 @@ void require_sample_size(PyObject* min_sample_size);
 // Raises ValueError unless the number is at least 1.
 void require_top_n(PyObject* top_n);
 
-// sequence[:count]
-host::Ref first_items(PyObject* sequence, PyObject* count);
-
 }  // namespace search_analytics

@@ -30,7 +30,7 @@ Ref evaluation_history(const ModuleState& state, PyObject* engine, const Filters
     arguments.add(names.era_id, filters.era_id);
     arguments.add(names.eval_type, filters.eval_type);
     arguments.add(names.passed_only, passed_only);
-    arguments.add(names.limit, load_global(state, names._DEFAULT_ANALYTICS_HISTORY_LIMIT));
+    arguments.add(names.limit, load_global(state, names.history_limit));
     arguments.add(names.named_universe, filters.named_universe);
     arguments.add(names.metaparameters, filters.metaparameters);
     arguments.add(names.strategy_pool_id, filters.strategy_pool_id);

@@ -38,9 +38,9 @@ Granularity granularity_of(ModuleState& state, PyObject* aggregate_by) {
         unpack_pair(state, attribute(aggregate_by, names.value).get());
     Granularity granularity;
     granularity.function_key =
-        item(load_global(state, names._FUNC_KEY_MAP).get(), function_level.get());
+        item(load_global(state, names.function_key_map).get(), function_level.get());
     granularity.feature_key =
-        item(load_global(state, names._FEAT_KEY_MAP).get(), feature_level.get());
+        item(load_global(state, names.feature_key_map).get(), feature_level.get());
     return granularity;
 }
 

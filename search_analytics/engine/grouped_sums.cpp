@@ -21,8 +21,8 @@ bool is_fixed_granularity(const ModuleState& state, PyObject* aggregate_by) {
     const Ref vocabulary = load_global(state, names.AggregateBy);
     return is_original(state, names.AggregateBy) &&
            reinterpret_cast<PyObject*>(Py_TYPE(aggregate_by)) == vocabulary.get() &&
-           PyDict_CheckExact(load_global(state, names._FUNC_KEY_MAP).get()) &&
-           PyDict_CheckExact(load_global(state, names._FEAT_KEY_MAP).get());
+           PyDict_CheckExact(load_global(state, names.function_key_map).get()) &&
+           PyDict_CheckExact(load_global(state, names.feature_key_map).get());
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ Ref auth_from_onboarding_or_search(const Call& call) {
 
 // AuthError(_AUTH_REQUIRED_MESSAGE)
 Ref login_required(const ModuleState& state, PyObject* auth_error) {
-    const Ref message = load_global(state, state.names._AUTH_REQUIRED_MESSAGE);
+    const Ref message = load_global(state, state.names.auth_required_message);
     return call(auth_error, message.get());
 }
 

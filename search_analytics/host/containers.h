@@ -34,6 +34,11 @@ inline Ref item(PyObject* object, PyObject* key) {
 }
 inline Ref item(PyObject* object, Py_ssize_t index) { return item(object, integer(index).get()); }
 
+// sequence[:count]
+inline Ref first_items(PyObject* sequence, PyObject* count) {
+    return item(sequence, Ref::steal(PySlice_New(nullptr, count, nullptr)).get());
+}
+
 // key in object
 inline bool contains(PyObject* object, PyObject* key) {
     return check_truth(PySequence_Contains(object, key));

@@ -47,7 +47,7 @@ constexpr TypedField kAnnotations = {&FunctionObject::annotations, is_dictionary
 
 PyObject* get_typed(PyObject* self, void* closure) noexcept {
     const auto* typed = static_cast<const TypedField*>(closure);
-    PyObject* value = as_function(self)->*(typed->field);
+    PyObject* value = as_function(self)->*typed->field;
     return Py_NewRef(value == nullptr ? Py_None : value);
 }
 
@@ -60,7 +60,7 @@ int set_typed(PyObject* self, PyObject* value, void* closure) noexcept {
         PyErr_SetString(PyExc_TypeError, typed->refusal);
         return -1;
     }
-    Py_XSETREF(as_function(self)->*(typed->field), Py_XNewRef(value));
+    Py_XSETREF(as_function(self)->*typed->field, Py_XNewRef(value));
     return 0;
 }
 
@@ -91,7 +91,22 @@ PyObject* get_code(PyObject* self, void*) noexcept {
                                   [&] { return function_code(as_function(self)).release(); });
 }
 
+// A compiled function has no other code to run: any replacement is refused.
+int set_code(PyObject*, PyObject* value, void*) noexcept {
+    if (value == nullptr || !PyCode_Check(value)) {
+        PyErr_SetString(PyExc_TypeError, "__code__ must be set to a code object");
+    } else {
+        PyErr_SetString(PyExc_AttributeError, "the code of a compiled function is fixed");
+    }
+    return -1;
+}
+
 PyObject* get_closure(PyObject*, void*) noexcept { return Py_NewRef(Py_None); }
+
+int refuse_assignment(PyObject*, PyObject*, void*) noexcept {
+    PyErr_SetString(PyExc_AttributeError, "readonly attribute");
+    return -1;
+}
 
 PyObject* get_builtins(PyObject* self, void*) noexcept {
     return at_boundary<PyObject*>(nullptr, [&] {
@@ -149,7 +164,7 @@ int clear(PyObject* self) noexcept {
 
 void deallocate(PyObject* self) noexcept {
     FunctionObject* function = as_function(self);
-    const Ref type = Ref::steal(reinterpret_cast<PyObject*>(Py_TYPE(self)));
+    const Ref type = Ref::adopt(reinterpret_cast<PyObject*>(Py_TYPE(self)));
     PyObject_GC_UnTrack(self);
     if (function->weak_references != nullptr) {
         PyObject_ClearWeakRefs(self);
@@ -164,28 +179,28 @@ void deallocate(PyObject* self) noexcept {
     Py_TYPE(self)->tp_free(self);
 }
 
-void* closure_of(const TypedField& typed) {
-    return const_cast<void*>(static_cast<const void*>(&typed));
+constexpr void* closure_of(const TypedField& typed) noexcept {
+    return const_cast<TypedField*>(&typed);
 }
 
-PyGetSetDef kModuleNameAttribute = {"__module__", get_module_name, set_module_name, nullptr,
-                                    nullptr};
+PyGetSetDef module_name_attribute = {"__module__", get_module_name, set_module_name, nullptr,
+                                     nullptr};
 
-PyGetSetDef kAttributes[] = {
+PyGetSetDef attributes[] = {
     {"__name__", get_typed, set_typed, nullptr, closure_of(kName)},
     {"__qualname__", get_typed, set_typed, nullptr, closure_of(kQualname)},
     {"__defaults__", get_typed, set_typed, nullptr, closure_of(kDefaults)},
     {"__kwdefaults__", get_typed, set_typed, nullptr, closure_of(kKeywordDefaults)},
     {"__annotations__", get_annotations, set_typed, nullptr, closure_of(kAnnotations)},
-    {"__code__", get_code, nullptr, nullptr, nullptr},
-    {"__closure__", get_closure, nullptr, nullptr, nullptr},
-    {"__builtins__", get_builtins, nullptr, nullptr, nullptr},
+    {"__code__", get_code, set_code, nullptr, nullptr},
+    {"__closure__", get_closure, refuse_assignment, nullptr, nullptr},
+    {"__builtins__", get_builtins, refuse_assignment, nullptr, nullptr},
     {"__class__", get_class, nullptr, nullptr, nullptr},
     {"__dict__", PyObject_GenericGetDict, PyObject_GenericSetDict, nullptr, nullptr},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
-PyMemberDef kMembers[] = {
+PyMemberDef members[] = {
     {"__doc__", Py_T_OBJECT, offsetof(FunctionObject, documentation), 0, nullptr},
     {"__globals__", Py_T_OBJECT, offsetof(FunctionObject, globals), Py_READONLY, nullptr},
     {"__vectorcalloffset__", Py_T_PYSSIZET, offsetof(FunctionObject, vectorcall), Py_READONLY,
@@ -196,41 +211,43 @@ PyMemberDef kMembers[] = {
     {nullptr, 0, 0, 0, nullptr},
 };
 
-PyMethodDef kMethods[] = {
+PyMethodDef methods[] = {
     {"__reduce__", reduce, METH_NOARGS, nullptr},
     {nullptr, nullptr, 0, nullptr},
 };
 
-PyType_Slot kSlots[] = {
+PyType_Slot slots[] = {
     {Py_tp_dealloc, reinterpret_cast<void*>(deallocate)},
     {Py_tp_traverse, reinterpret_cast<void*>(traverse)},
     {Py_tp_clear, reinterpret_cast<void*>(clear)},
     {Py_tp_repr, reinterpret_cast<void*>(represent)},
     {Py_tp_call, reinterpret_cast<void*>(PyVectorcall_Call)},
     {Py_tp_descr_get, reinterpret_cast<void*>(bind)},
-    {Py_tp_getset, kAttributes},
-    {Py_tp_members, kMembers},
-    {Py_tp_methods, kMethods},
+    {Py_tp_getset, attributes},
+    {Py_tp_members, members},
+    {Py_tp_methods, methods},
     {0, nullptr},
 };
 
-PyType_Spec kSpec = {
+PyType_Spec spec = {
     "kestrune.search_analytics.function",
     sizeof(FunctionObject),
     0,
     Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC | Py_TPFLAGS_HAVE_VECTORCALL |
         Py_TPFLAGS_METHOD_DESCRIPTOR | Py_TPFLAGS_DISALLOW_INSTANTIATION,
-    kSlots,
+    slots,
 };
 
 }  // namespace
 
 void create_function_type(ModuleState& state) {
-    Ref type = Ref::steal(PyType_FromModuleAndSpec(state.module, &kSpec, nullptr));
+    Ref type = Ref::steal(PyType_FromModuleAndSpec(state.module, &spec, nullptr));
     // The name of the type's own module hides a `__module__` among the attributes above.
     const Ref module_name = Ref::steal(
-        PyDescr_NewGetSet(reinterpret_cast<PyTypeObject*>(type.get()), &kModuleNameAttribute));
+        PyDescr_NewGetSet(reinterpret_cast<PyTypeObject*>(type.get()), &module_name_attribute));
     set_attribute(type.get(), state.names.dunder_module, module_name.get());
+    // Errors speak of a 'function' object.
+    set_attribute(type.get(), state.names.dunder_name, state.names.function);
     state.function_type = type.release();
 }
 

@@ -1,6 +1,8 @@
 // A lazy generator as Python code sees one.
 #include "host/generator.h"
 
+#include <cstddef>
+
 #include "host/compat.h"
 #include "host/containers.h"
 
@@ -18,6 +20,7 @@ struct GeneratorObject {
     int next;      // the step to run next
     bool started;  // a value was asked for
     bool running;  // a step is being worked out
+    PyObject* weak_references;
 };
 
 GeneratorObject* as_generator(PyObject* object) {
@@ -147,14 +150,33 @@ int traverse(PyObject* self, visitproc visit, void* arg) noexcept {
 }
 
 void deallocate(PyObject* self) noexcept {
-    const Ref type = Ref::steal(reinterpret_cast<PyObject*>(Py_TYPE(self)));
+    const Ref type = Ref::adopt(reinterpret_cast<PyObject*>(Py_TYPE(self)));
     PyObject_GC_UnTrack(self);
+    if (as_generator(self)->weak_references != nullptr) {
+        PyObject_ClearWeakRefs(self);
+    }
     Py_CLEAR(as_generator(self)->arguments);
     Py_CLEAR(as_generator(self)->module);
     Py_TYPE(self)->tp_free(self);
 }
 
-PyMethodDef kMethods[] = {
+PyObject* get_name(PyObject* self, void*) noexcept {
+    return PyUnicode_FromString(as_generator(self)->name);
+}
+
+PyGetSetDef attributes[] = {
+    {"__name__", get_name, nullptr, nullptr, nullptr},
+    {"__qualname__", get_name, nullptr, nullptr, nullptr},
+    {nullptr, nullptr, nullptr, nullptr, nullptr},
+};
+
+PyMemberDef members[] = {
+    {"__weaklistoffset__", Py_T_PYSSIZET, offsetof(GeneratorObject, weak_references), Py_READONLY,
+     nullptr},
+    {nullptr, 0, 0, 0, nullptr},
+};
+
+PyMethodDef methods[] = {
     {"send", send, METH_O, "send(value) -> next yielded value"},
     {"throw", throw_into, METH_VARARGS,
      "throw(type[, value[, traceback]]) -> raise in the generator"},
@@ -162,29 +184,33 @@ PyMethodDef kMethods[] = {
     {nullptr, nullptr, 0, nullptr},
 };
 
-PyType_Slot kSlots[] = {
+PyType_Slot slots[] = {
     {Py_tp_dealloc, reinterpret_cast<void*>(deallocate)},
     {Py_tp_traverse, reinterpret_cast<void*>(traverse)},
     {Py_tp_repr, reinterpret_cast<void*>(represent)},
     {Py_tp_iter, reinterpret_cast<void*>(PyObject_SelfIter)},
     {Py_tp_iternext, reinterpret_cast<void*>(iterate)},
-    {Py_tp_methods, kMethods},
+    {Py_tp_methods, methods},
+    {Py_tp_getset, attributes},
+    {Py_tp_members, members},
     {0, nullptr},
 };
 
-PyType_Spec kSpec = {
+PyType_Spec spec = {
     "kestrune.search_analytics.generator",
     sizeof(GeneratorObject),
     0,
     Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC | Py_TPFLAGS_DISALLOW_INSTANTIATION,
-    kSlots,
+    slots,
 };
 
 }  // namespace
 
 void create_generator_type(ModuleState& state) {
-    state.generator_type =
-        Ref::steal(PyType_FromModuleAndSpec(state.module, &kSpec, nullptr)).release();
+    Ref type = Ref::steal(PyType_FromModuleAndSpec(state.module, &spec, nullptr));
+    // Errors speak of a 'generator' object.
+    set_attribute(type.get(), state.names.dunder_name, unicode("generator").get());
+    state.generator_type = type.release();
 }
 
 Ref make_generator(ModuleState& state, const char* name, Ref arguments, GeneratorStep step,

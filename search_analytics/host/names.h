@@ -17,6 +17,7 @@
     TEXT(dunder_prepare, "__prepare__")                        \
     TEXT(dunder_qualname, "__qualname__")                      \
     NAME(default_factory)                                      \
+    NAME(find)                                                 \
     NAME(first)                                                \
     NAME(get)                                                  \
     NAME(key)                                                  \
@@ -58,10 +59,10 @@
     NAME(NONE)                                                 \
     NAME(PASSED)                                               \
     NAME(SUBMITTED)                                            \
-    NAME(_AUTH_REQUIRED_MESSAGE)                               \
-    NAME(_DEFAULT_ANALYTICS_HISTORY_LIMIT)                     \
-    NAME(_FEAT_KEY_MAP)                                        \
-    NAME(_FUNC_KEY_MAP)                                        \
+    TEXT(auth_required_message, "_AUTH_REQUIRED_MESSAGE")      \
+    TEXT(history_limit, "_DEFAULT_ANALYTICS_HISTORY_LIMIT")    \
+    TEXT(feature_key_map, "_FEAT_KEY_MAP")                     \
+    TEXT(function_key_map, "_FUNC_KEY_MAP")                    \
     /* Result records and their fields */                      \
     NAME(CorrelationPatternsResult)                            \
     NAME(DepthBucket)                                          \

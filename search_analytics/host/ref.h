@@ -36,6 +36,9 @@ class Ref {
     // Adds a reference to a borrowed object. REQUIRES: `object` is not null.
     static Ref share(PyObject* object) noexcept { return Ref(Py_NewRef(object)); }
 
+    // Takes over a reference that is known to exist. REQUIRES: `object` is not null.
+    static Ref adopt(PyObject* object) noexcept { return Ref(object); }
+
     static Ref none() noexcept { return share(Py_None); }
 
     PyObject* get() const noexcept { return object_; }

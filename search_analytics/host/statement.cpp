@@ -40,12 +40,12 @@ void run_statement(ModuleState& state, const char* statement, const Ref& scope) 
 Ref make_class(const ModuleState& state, std::string_view name, std::string_view documentation,
                const Ref& body) {
     const Ref class_name = unicode(name);
-    const Ref namespace_ = new_dict();
-    begin_class(state, namespace_, class_name, documentation);
-    check(PyDict_Update(namespace_.get(), body.get()));
+    const Ref members = new_dict();
+    begin_class(state, members, class_name, documentation);
+    check(PyDict_Update(members.get(), body.get()));
     const Ref bases = Ref::steal(PyTuple_New(0));
     return call(reinterpret_cast<PyObject*>(&PyType_Type), class_name.get(), bases.get(),
-                namespace_.get());
+                members.get());
 }
 
 Ref make_enumeration(const ModuleState& state, std::string_view name,
@@ -71,7 +71,7 @@ Ref make_data_class(const ModuleState& state, std::string_view name, std::string
     const Ref annotations = new_dict();
     set_item(body, names.dunder_annotations, annotations.get());
     for (const Field& field : fields) {
-        const Ref field_name = Ref::steal(PyUnicode_InternFromString(field.name.data()));
+        const Ref field_name = Ref::steal(PyUnicode_InternFromString(field.name));
         set_item(annotations, field_name.get(), unicode(field.annotation).get());
         if (field.is_factory) {
             Keywords arguments(1);

@@ -20,8 +20,8 @@ Ref make_enumeration(const ModuleState& state, std::string_view name,
 
 // One field of a data class. Its default is a plain value or made by a factory.
 struct Field {
-    std::string_view name;
-    std::string_view annotation;
+    const char* name;
+    const char* annotation;
     Ref default_value;
     bool is_factory = false;
 };

@@ -94,12 +94,12 @@ void run_body(ModuleState& state) {
     bind_imports(state);
     bind_function(state, kAliasSourceFile);
     call_global(state, names._alias_source_file);
-    bind_global(state, names._DEFAULT_ANALYTICS_HISTORY_LIMIT, integer(kHistoryLimit).get());
+    bind_global(state, names.history_limit, integer(kHistoryLimit).get());
     bind_tracker_helpers(state);
     bind_enumerations(state);
     bind_records(state);
     bind_key_maps(state);
-    bind_global(state, names._AUTH_REQUIRED_MESSAGE, unicode(kAuthRequiredMessage).get());
+    bind_global(state, names.auth_required_message, unicode(kAuthRequiredMessage).get());
     bind_resolution_helpers(state);
     bind_engine_class(state);
     bind_global(state, names._singleton, Py_None);

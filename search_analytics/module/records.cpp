@@ -24,8 +24,8 @@ const FunctionDescription kEmptyGroupKey = {"<lambda>", {}, {}, {}, empty_group_
 enum class Default { kEmptyText, kZero, kZeroReal, kFalse, kNone, kList, kDict, kGroupKey };
 
 struct FieldDescription {
-    std::string_view name;
-    std::string_view annotation;
+    const char* name;
+    const char* annotation;
     Default default_value;
 };
 

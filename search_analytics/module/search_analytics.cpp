@@ -45,18 +45,18 @@ void release(void* module) noexcept {
     state_of(object).names.destroy();
 }
 
-PyModuleDef_Slot kSlots[] = {
+PyModuleDef_Slot slots[] = {
     {Py_mod_exec, reinterpret_cast<void*>(execute)},
     SEARCH_ANALYTICS_INTERPRETER_SLOTS{0, nullptr},
 };
 
-PyModuleDef kDefinition = {
+PyModuleDef definition = {
     PyModuleDef_HEAD_INIT,
     "search_analytics",
     "Search analytics subcomponent \xE2\x80\x94 aggregated statistics, suggestions, patterns.",
     sizeof(ModuleState),
     nullptr,
-    kSlots,
+    slots,
     traverse,
     clear,
     release,
@@ -66,6 +66,4 @@ PyModuleDef kDefinition = {
 
 }  // namespace search_analytics
 
-PyMODINIT_FUNC PyInit_search_analytics() {
-    return PyModuleDef_Init(&search_analytics::kDefinition);
-}
+PyMODINIT_FUNC PyInit_search_analytics() { return PyModuleDef_Init(&search_analytics::definition); }

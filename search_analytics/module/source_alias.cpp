@@ -1,8 +1,6 @@
 // The path under which the module shows its source text.
 #include "module/source_alias.h"
 
-#include <string>
-
 #include "host/containers.h"
 
 namespace search_analytics {
@@ -14,21 +12,17 @@ namespace {
 constexpr const char* kSourceSuffix = ".cpp";
 constexpr const char* kExtensionTag = ".cpython-";
 
-Py_ssize_t find(PyObject* text, const char* part) {
-    return PyUnicode_Find(text, unicode(part).get(), 0, PyUnicode_GET_LENGTH(text), 1);
-}
-
 // The source file beside a compiled one, or nothing where the path does not name a compiled file.
-std::optional<Ref> adjacent_source(PyObject* path) {
-    if (find(path, kSourceSuffix) >= 0) {
+std::optional<Ref> adjacent_source(const Names& names, PyObject* path) {
+    if (contains(path, unicode(kSourceSuffix).get())) {
         return std::nullopt;
     }
-    const Py_ssize_t end = find(path, kExtensionTag);
-    if (end < 0) {
+    const Ref position = call_method(path, names.find, unicode(kExtensionTag).get());
+    if (equal(position.get(), integer(-1).get())) {
         return std::nullopt;
     }
-    const Ref stem = Ref::steal(PyUnicode_Substring(path, 0, end));
-    return Ref::steal(PyUnicode_Concat(stem.get(), unicode(kSourceSuffix).get()));
+    const Ref stem = first_items(path, position.get());
+    return Ref::steal(PyNumber_Add(stem.get(), unicode(kSourceSuffix).get()));
 }
 
 Ref alias_source_file(const Call& call) {
@@ -38,11 +32,7 @@ Ref alias_source_file(const Call& call) {
     if (!resolved || !truth(resolved->get())) {
         return Ref::none();
     }
-    if (!PyUnicode_Check(resolved->get())) {
-        raise(PyExc_TypeError,
-              format("__file__ must be a str, not %s", Py_TYPE(resolved->get())->tp_name));
-    }
-    const auto source = adjacent_source(resolved->get());
+    const auto source = adjacent_source(names, resolved->get());
     if (!source) {
         return Ref::none();
     }

@@ -96,13 +96,13 @@ void bind_key_maps(const ModuleState& state) {
     set_item(function_keys, names.function_family, names.function_family);
     set_item(function_keys, names.function_subfamily, names.function_subfamily);
     set_item(function_keys, names.function, names.function_name);
-    bind_global(state, names._FUNC_KEY_MAP, function_keys.get());
+    bind_global(state, names.function_key_map, function_keys.get());
 
     const Ref feature_keys = new_dict();
     set_item(feature_keys, names.feature_family, names.feature_family);
     set_item(feature_keys, names.feature_subfamily, names.feature_subfamily);
     set_item(feature_keys, names.feature, names.feature_name);
-    bind_global(state, names._FEAT_KEY_MAP, feature_keys.get());
+    bind_global(state, names.feature_key_map, feature_keys.get());
 }
 
 }  // namespace search_analytics
