@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import re
 import shutil
 import subprocess
 import sys
@@ -129,3 +130,12 @@ def test_extension_exports_its_entry_only(wheel: Path, tmp_path: Path) -> None:
         extension = archive.extract(EXTENSION, tmp_path)
     symbols = run("nm", "--dynamic", "--defined-only", extension).split("\n")
     assert [line.split()[-1] for line in symbols if line] == ["PyInit_search_analytics"]
+
+
+@pytest.mark.skipif(shutil.which("readelf") is None, reason="needs readelf of the compiler")
+@pytest.mark.skipif(sys.platform != "linux", reason="asks readelf for ELF dependencies")
+def test_extension_needs_no_library_but_the_systems(wheel: Path, tmp_path: Path) -> None:
+    with zipfile.ZipFile(wheel) as archive:
+        extension = archive.extract(EXTENSION, tmp_path)
+    needed = set(re.findall(r"\(NEEDED\).*\[(\S+?)\.so", run("readelf", "--dynamic", extension)))
+    assert needed <= {"libc", "libm", "libpthread", "ld-linux-x86-64", "ld-linux-aarch64"}
