@@ -46,6 +46,9 @@ def _what_works(report: Report, sample: int) -> None:
     )
     report.section("2. What works? The best groups of families, by time window")
     _totals(report, stats, sample)
+    report.line(
+        "n: evaluations; turn: traded per day; fall: drawdown; core, diverse: submittable there"
+    )
     pools = list(stats.rows[0].windows[0].submittable_yield) if stats.rows else []
     rows = []
     for row in stats.rows[:4]:

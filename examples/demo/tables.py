@@ -33,8 +33,8 @@ class Report:
         self.line(f"{total} evaluations considered{rest}.")
         if total >= HISTORY_LIMIT:
             self.line(
-                f"Warning: {total} evaluations came back, which is the most that one question "
-                "gets. Older ones were probably cut off."
+                f"Warning: {total} evaluations came back, the most that one question gets: "
+                "probably cut."
             )
 
     def table(self, columns: Sequence[str], rows: Iterable[Sequence[Any]]) -> None:
