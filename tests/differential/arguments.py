@@ -9,16 +9,15 @@ from types import SimpleNamespace
 from typing import Any
 
 from differential.hooks import HookedEquality, HookedOrder, HookedText, HookedTruth, hooked
+from differential.usage import CLEAN_FEATURES
 from differential.values import (
     CLEAN_FAMILIES,
-    NANS,
     HookedOrderedFloat,
     PlainText,
     fresh_error,
     name,
 )
-from differential.usage import CLEAN_FEATURES
-from differential.world import World
+from differential.world import NANS, World
 
 FAMILY_FILTERS = ("function_family", "function_subfamily", "feature_family", "feature_subfamily")
 OTHER_FILTERS = (

@@ -12,12 +12,11 @@ from pathlib import Path
 from types import ModuleType
 from typing import Any
 
-from support.records import HistoryTracker
-
 from differential.helpers import Bag, era_config, onboarding_config
 from differential.hooks import HookedList, HookedTruth, hooked
 from differential.values import fresh_error
 from differential.world import World
+from support.records import HistoryTracker
 
 Call = Callable[[], Any]
 

@@ -6,8 +6,6 @@ from collections import deque
 from types import MappingProxyType
 from typing import Any
 
-from support.records import LOGGING_SHAPES, QUIET_SHAPES
-
 from differential.hooks import HookedDict, HookedIterable, HookedList, HookedSequence, hooked
 from differential.usage import usage
 from differential.values import (
@@ -21,6 +19,7 @@ from differential.values import (
     truth,
 )
 from differential.world import NOW, World
+from support.records import LOGGING_SHAPES, QUIET_SHAPES
 
 COLUMNS = ("gross_returns", "net_returns")
 

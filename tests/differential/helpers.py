@@ -6,8 +6,6 @@ from collections.abc import Callable
 from types import SimpleNamespace
 from typing import Any
 
-from support.records import STATUS_TABLES, TableConnection
-
 from differential import evaluations
 from differential.hooks import (
     HookedDict,
@@ -20,6 +18,7 @@ from differential.hooks import (
 from differential.usage import item, usage
 from differential.values import PlainInt, PlainText, fresh_error, name, number
 from differential.world import World
+from support.records import STATUS_TABLES, TableConnection
 
 Call = Callable[[], Any]
 

@@ -5,12 +5,11 @@ from __future__ import annotations
 from collections.abc import Callable
 from typing import Any
 
-from support.records import STATUS_TABLES, HistoryTracker, TableConnection, status_database
-
 from differential import arguments, evaluations
 from differential.hooks import HookedSequence, HookedTruth
 from differential.values import fresh_error, name, truth
 from differential.world import NOW, World
+from support.records import STATUS_TABLES, HistoryTracker, TableConnection, status_database
 
 Call = Callable[[], Any]
 
@@ -127,6 +126,8 @@ RATES = (
     (10, 8, 0, 0),
     (12, 3, 12, 12),
     (10, 10, 2, 0),
+    (20, 9, 20, 15),
+    (20, 13, 20, 7),
 )
 
 
@@ -139,7 +140,7 @@ def rated(w: World) -> tuple[list[Any], float]:
         age = w.pick((0, 1, span * 60))
         records.append(evaluations.timed(w, age, index < recent_passed, f"recent {index}"))
     for index in range(old):
-        age = w.pick((span * 60 + 1, span * 600, span * 60 + 0.25))
+        age = w.pick((span * 60 + 1, span * 120, span * 600, span * 60 + 0.25))
         records.append(evaluations.timed(w, age, index < old_passed, f"old {index}"))
     return records, span
 

@@ -172,7 +172,8 @@ def vocabulary(w: World) -> None:
     elif kind == 1:
         w.patch(w.module, "EvalPool", SimpleNamespace(ALL="all", PASSED=None, SUBMITTED="passed"))
     else:
-        w.patch(w.module, "AggregateBy", SimpleNamespace(NONE=w.module.AggregateBy.FUNCTION_FEATURE))
+        other = getattr(w.module.AggregateBy, "FUNCTION_FEATURE", None)
+        w.patch(w.module, "AggregateBy", SimpleNamespace(NONE=other))
 
 
 MODULE_PATCHES: tuple[Callable[[World], None], ...] = (
@@ -191,8 +192,10 @@ MODULE_PATCHES: tuple[Callable[[World], None], ...] = (
 def patched_module(w: World) -> Call:
     """An operation in a module of which one or two parts are replaced."""
     call = w.pick(OPERATIONS)(w)
-    for _ in range(1 + w.below(2)):
-        w.pick(MODULE_PATCHES)(w)
+    first = w.below(len(MODULE_PATCHES))
+    MODULE_PATCHES[first](w)
+    if w.chance(50):
+        MODULE_PATCHES[(first + 1 + w.below(len(MODULE_PATCHES) - 1)) % len(MODULE_PATCHES)](w)
     return call
 
 

@@ -12,16 +12,15 @@ import argparse
 import time
 from pprint import pformat
 
-from model import search_analytics_model as model
-
 from differential.cases import KINDS, SUBJECT, compare_seed, outcome, shares, subject
 from differential.sources import Seeded
+from model import search_analytics_model as model
 
 SHOWN_PER_KIND = 3
 
 
 def run(cases: int, first_seed: int, kinds: list[str]) -> int:
-    """Run `cases` cases split over all kinds (only those of `kinds` count); return the differences."""
+    """Run `cases` cases split over all kinds, of which only `kinds`; return the differences."""
     module = subject()
     started = time.perf_counter()
     total = differences = 0
@@ -46,7 +45,7 @@ def run(cases: int, first_seed: int, kinds: list[str]) -> int:
 def show(kind: str, seed: int) -> None:
     """Print both outcomes of one case."""
     for side, module in (("model", model), ("module", subject())):
-        found = outcome(kind, module, Seeded(f"{kind}/{seed}"))
+        found, _ = outcome(kind, module, Seeded(f"{kind}/{seed}"))
         print(f"--- {side}: {found.kind}\n{pformat(found.tree)}\ntrace:")
         for entry in found.trace:
             print("   ", entry)

@@ -9,7 +9,10 @@ from differential.hooks import HookedDict, HookedIterable, HookedSequence, hooke
 from differential.values import CLEAN_FAMILIES, fresh_error, name
 from differential.world import World
 
-SIDES = {"function": ("function_metadata", "functions"), "feature": ("feature_metadata", "features")}
+SIDES = {
+    "function": ("function_metadata", "functions"),
+    "feature": ("feature_metadata", "features"),
+}
 
 CLEAN_FEATURES = ("close", "volume", "range", "open", "vwap")
 

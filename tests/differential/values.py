@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import math
-import struct
 from datetime import datetime, timezone
 from decimal import Decimal
 from fractions import Fraction
@@ -19,7 +18,7 @@ from differential.hooks import (
     HookedWords,
     hooked,
 )
-from differential.world import NOW, World
+from differential.world import NANS, NOW, World
 
 
 class PlainInt(int):
@@ -46,13 +45,11 @@ class PlainText(str):
     __slots__ = ()
 
 
-def nan(bits: int) -> float:
-    """The not-a-number with that bit pattern."""
-    value: float = struct.unpack("<d", struct.pack("<Q", bits))[0]
-    return value
+def world_nan(w: World) -> float:
+    """This world's one not-a-number among the statistics (arithmetic can make another)."""
+    w.mixes_nans = True
+    return w.nan
 
-
-NANS = (float("nan"), nan(0xFFF8000000000000), nan(0x7FF8000000000123))
 
 CLEAN_NUMBERS = (0.5, 0.25, 0.0, 1.0, 2.0, -0.75, 0.1, 0.2, 0.7, 1e-3, 3.3, -1.1, 0.01, 12.5)
 
@@ -65,7 +62,6 @@ ODD_NUMBERS = (
     -0.0,
     math.inf,
     -math.inf,
-    *NANS,
     2**53 + 1,
     -(2**70),
     5e-324,
@@ -89,6 +85,8 @@ def number(w: World) -> Any:
     if w.odd():
         if w.chance(10):
             return HookedNumber(w.note, "number", w.pick((0.5, 2, 0.0)))
+        if w.chance(10):
+            return world_nan(w)
         return w.pick(ODD_NUMBERS)
     if w.chance(30):
         return w.below(4001) / 997.0 - 1.5

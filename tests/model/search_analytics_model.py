@@ -730,13 +730,13 @@ class SearchAnalytics:
                 1 if passed and correlation < threshold else 0 for threshold in pool_thresholds
             ]
             key = self._build_group_key(ev, aggregate_by)
-            if key not in groups:
-                groups[key] = [
+            group = groups.get(key)
+            if group is None:
+                group = groups[key] = [
                     0,
                     [[0.0, 0.0, 0.0, 0.0, 0.0, 0, 0] for _ in time_windows],
                     [[0] * len(pool_names) for _ in time_windows],
                 ]
-            group = groups[key]
             group[0] += 1
             ts = ev.timestamp
             ev_era = ev.era_id

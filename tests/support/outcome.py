@@ -8,6 +8,7 @@ object that was handed on from a copy of it.
 
 from __future__ import annotations
 
+import math
 import struct
 from collections import deque
 from collections.abc import Callable, Mapping
@@ -46,6 +47,10 @@ class Outcome:
     kind: str
     tree: Tree
     trace: tuple[Any, ...] = ()
+
+    def same_but_for_nans(self, other: Outcome) -> bool:
+        """Whether the two differ at most in which not-a-number stands where there is one."""
+        return (self.kind, self.trace) == (other.kind, other.trace) and _same(self.tree, other.tree)
 
 
 def capture(
@@ -204,17 +209,30 @@ _SUBCLASSES: tuple[tuple[type, Callable[[Any], Any]], ...] = (
 )
 
 
+def _same(one: Any, other: Any) -> bool:
+    if one == other:
+        return True
+    if not (isinstance(one, tuple) and isinstance(other, tuple) and len(one) == len(other)):
+        return False
+    if len(one) == 2 and one[0] == other[0] == "float":
+        return _is_nan(one[1]) and _is_nan(other[1])
+    return all(_same(left, right) for left, right in zip(one, other, strict=True))
+
+
+def _is_nan(bits: Any) -> bool:
+    return isinstance(bits, bytes) and math.isnan(struct.unpack("<d", bits)[0])
+
+
 def first_difference(one: Any, other: Any, path: str = "") -> str:
     """Where two descriptions part, and what stands there; empty when they are equal."""
     if type(one) is type(other) and one == other:
         return ""
     if isinstance(one, Outcome) and isinstance(other, Outcome):
-        return (
-            first_difference((one.kind, one.tree), (other.kind, other.tree), "outcome")
-            or first_difference(one.trace, other.trace, "trace")
-        )
+        return first_difference(
+            (one.kind, one.tree), (other.kind, other.tree), "outcome"
+        ) or first_difference(one.trace, other.trace, "trace")
     if isinstance(one, tuple) and isinstance(other, tuple):
-        for index, (left, right) in enumerate(zip(one, other)):  # noqa: B905
+        for index, (left, right) in enumerate(zip(one, other, strict=False)):
             found = first_difference(left, right, f"{path}[{index}]")
             if found:
                 return found

@@ -59,9 +59,7 @@ class SlotRecord:
 DataRecord: Any = make_dataclass("DataRecord", [(name, object, None) for name in ATTRIBUTES])
 """A dataclass; attributes not given are None, by its class."""
 
-TupleRecord: Any = namedtuple(  # noqa: PYI024
-    "TupleRecord", ATTRIBUTES, defaults=(None,) * len(ATTRIBUTES)
-)
+TupleRecord: Any = namedtuple("TupleRecord", ATTRIBUTES, defaults=(None,) * len(ATTRIBUTES))
 """A named tuple: a record that is a sequence, too."""
 
 
