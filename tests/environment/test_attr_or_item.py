@@ -90,7 +90,7 @@ def test_other_errors_pass_unchanged(error):
 def test_an_unhashable_key_and_an_attribute_that_is_no_text_are_type_errors():
     with pytest.raises(TypeError, match="unhashable type: 'list'"):
         _get_attr_or_item({}, [])
-    with pytest.raises(TypeError, match="attribute name must be string, not 'int'"):
+    with pytest.raises(TypeError, match="attribute name must be string"):
         _get_attr_or_item(SimpleNamespace(), 1)
 
 
