@@ -41,7 +41,7 @@ demo: build $(STAMPS)/demo ## run a real search and ask all questions (DATABASE=
 .PHONY: build
 build: $(BUILD)/build.ninja ## build the extension and install it into the virtual environment
 	@MAKEFLAGS= cmake --build $(BUILD)
-	@cmake --install $(BUILD) --prefix "$(SITE)"
+	@cmake --install $(BUILD) --prefix "$(SITE)" > /dev/null
 
 ##@ Check
 .PHONY: test
@@ -83,7 +83,7 @@ format: $(STAMPS)/lint ## rewrite C++ and Python in the house style
 .PHONY: sanitize
 sanitize: build/asan/build.ninja $(STAMPS)/test ## run the tests on a build that checks addresses and undefined behaviour
 	@MAKEFLAGS= cmake --build build/asan
-	@cmake --install build/asan --prefix build/asan/site
+	@cmake --install build/asan --prefix build/asan/site > /dev/null
 	@export LD_PRELOAD="$$(c++ -print-file-name=libasan.so) $$(c++ -print-file-name=libstdc++.so.6)" \
 	    ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
 	    UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
@@ -99,7 +99,7 @@ leaks: build $(STAMPS)/test ## repeat every call until its memory blocks settle
 .PHONY: coverage
 coverage: build/coverage/build.ninja $(STAMPS)/test $(STAMPS)/coverage ## show which lines the tests reach
 	@MAKEFLAGS= cmake --build build/coverage
-	@cmake --install build/coverage --prefix build/coverage/site
+	@cmake --install build/coverage --prefix build/coverage/site > /dev/null
 	@find build/coverage -name '*.gcda' -delete
 	@PYTHONPATH="$(CURDIR)/build/coverage/site" $(STRICT) -m pytest -q \
 	    --ignore=tests/packaging --ignore=tests/lint $(ARGS)
@@ -134,11 +134,11 @@ $(STAMPS)/demo: examples/requirements.txt $(STAMPS)/venv
 	@$(PY) -m pip install --quiet --requirement $<
 	@touch $@
 
-$(STAMPS)/test: examples/requirements.txt
+$(STAMPS)/test $(STAMPS)/bench: examples/requirements.txt
 
 # Build folders; the presets say what each is.
 CONFIGURE = cmake --preset $(1) -B $(2) -DPython_EXECUTABLE="$(abspath $(PY))" \
-    -DCMAKE_INSTALL_MESSAGE=NEVER --log-level=WARNING
+    --log-level=WARNING > /dev/null
 
 $(BUILD)/build.ninja: CMakePresets.json $(STAMPS)/build
 	@$(call CONFIGURE,release,$(BUILD))
