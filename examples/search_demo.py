@@ -18,9 +18,11 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).parent / "client"))
 
 import kestrune
+from demo.answers import print_answers
 from demo.clock import DAYS
 from demo.postgres_server import PostgresServer
 from demo.prices import Prices, load_prices
+from demo.searching import Search
 from demo.tables import Report
 from kestrune import agent_onboarding
 from rich.console import Console
@@ -64,8 +66,6 @@ def database(kind: str) -> Iterator[tuple[str, str]]:
 
 def run_search(prices: Prices, arguments: argparse.Namespace) -> tuple[int, float]:
     """Search and record; return the number of submissions and the seconds that it took."""
-    from demo.searching import Search
-
     started = time.time()
     submissions = 0
     columns = (TextColumn("Searching"), BarColumn(), MofNCompleteColumn(), TimeElapsedColumn())
@@ -107,8 +107,6 @@ def main() -> None:
         )
 
         kestrune.login(private_key)
-        from demo.answers import print_answers
-
         try:
             print_answers(report, sample=max(arguments.evaluations // 300, 1))
         finally:

@@ -92,7 +92,16 @@ class PostgresServer:
                 start_new_session=True,
                 **account,
             )
-        ask = [programs / "pg_isready", "-q", "-h", folder, "-p", str(PORT), "-d", "postgres"]
+        ask: list[Any] = [
+            programs / "pg_isready",
+            "-q",
+            "-h",
+            folder,
+            "-p",
+            str(PORT),
+            "-d",
+            "postgres",
+        ]
         deadline = time.monotonic() + START_SECONDS
         while subprocess.run(ask, **account).returncode != 0:
             if self._process.poll() is not None or time.monotonic() > deadline:

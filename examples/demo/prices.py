@@ -81,5 +81,12 @@ def load_prices(path: Path = DATA_FILE) -> Prices:
 
     close = matrix("close")
     factor = matrix("adj_close") / close
-    adjusted = [matrix(name) * factor for name in ("open", "high", "low", "close")]
-    return Prices(tickers, dates, *adjusted, matrix("volume") / factor)
+    return Prices(
+        tickers,
+        dates,
+        open=matrix("open") * factor,
+        high=matrix("high") * factor,
+        low=matrix("low") * factor,
+        close=close * factor,
+        volume=matrix("volume") / factor,
+    )

@@ -51,8 +51,11 @@ class Report:
             header_style="bold",
         )
         for column in columns:
-            justify = "left" if column.startswith("<") else "right"
-            table.add_column(column.removeprefix("<"), justify=justify, no_wrap=True)
+            table.add_column(
+                column.removeprefix("<"),
+                justify="left" if column.startswith("<") else "right",
+                no_wrap=True,
+            )
         for row in rows:
             table.add_row(*[shorten(text(cell)) for cell in row])
         with self._console.capture() as printed:

@@ -135,6 +135,7 @@ class SearchTracker:
 
 
 def _evaluation(row: tuple[Any, ...]) -> Evaluation:
-    return Evaluation(
-        *[None if value is None else load(value) for value, load in zip(row, _LOADERS, strict=True)]
-    )
+    values: list[Any] = [
+        None if value is None else load(value) for value, load in zip(row, _LOADERS, strict=True)
+    ]
+    return Evaluation(*values)
