@@ -1,0 +1,217 @@
+"""Ctrl-C stops every long walk, also one that runs no Python code, and harms nothing."""
+
+from __future__ import annotations
+
+import itertools
+import signal
+
+import pytest
+from kestrune.search_analytics import EvalPool
+from support.children import run_child
+from support.operations import WALKS, walk
+from support.parts import engine_over, evaluation
+
+pytestmark = pytest.mark.skipif(
+    not hasattr(signal, "setitimer"), reason="this platform has no interval timers"
+)
+
+ENDLESS = """
+    import itertools, signal, sys
+    from kestrune.search_analytics import EvalPool, TimeWindow
+    from support.parts import engine_over, evaluation, using
+
+    class Endless:
+        '''A history that never ends and whose iterator runs no Python code.'''
+        def __init__(self, record):
+            self.record = record
+        def __len__(self):
+            return 10_000
+        def __iter__(self):
+            return itertools.repeat(self.record)
+
+    def interrupted(call):
+        signal.setitimer(signal.ITIMER_REAL, 0.05)
+        try:
+            call()
+        except KeyboardInterrupt:
+            return
+        raise SystemExit("the walk came to an end")
+
+    signal.signal(signal.SIGALRM, signal.default_int_handler)
+    engine = engine_over(Endless(evaluation(submitted=False)))
+"""
+
+CALLS = {
+    "get_search_stats": "engine.get_search_stats()",
+    "get_search_stats over narrow windows": (
+        "engine.get_search_stats(time_windows=[TimeWindow.LAST_24H])"
+    ),
+    "get_suggestions": "engine.get_suggestions()",
+    "get_search_patterns": "engine.get_search_patterns()",
+    "get_search_velocity": "engine.get_search_velocity(windows=[1e-9])",
+    "get_yield_analysis": "engine.get_yield_analysis()",
+    "get_correlation_patterns": "engine.get_correlation_patterns()",
+    "submitted pool": "engine._fetch_evaluations(eval_pool=EvalPool.SUBMITTED)",
+    "family filter": "engine._fetch_evaluations(function_family='none')",
+    "era window": "engine._filter_by_time_window(engine._tracker.evals, TimeWindow.ERA, 'x', 0)",
+    "week": "engine._filter_by_time_window(engine._tracker.evals, TimeWindow.LAST_WEEK, 'x', 9e9)",
+}
+
+
+@pytest.mark.parametrize("call", CALLS.values(), ids=CALLS)
+def test_a_walk_that_never_ends_is_interrupted(call):
+    run_child(f"{ENDLESS}\n    interrupted(lambda: {call})", timeout=20)
+
+
+ENDLESS_ITEMS = {
+    "group key": "engine.get_search_stats()",
+    "families": "engine.get_search_patterns()",
+    "names": "engine.get_correlation_patterns()",
+    "filter": "engine._fetch_evaluations(function_family='none')",
+}
+
+
+@pytest.mark.parametrize("call", ENDLESS_ITEMS.values(), ids=ENDLESS_ITEMS)
+def test_a_record_whose_items_never_end_is_interrupted(call):
+    run_child(
+        f"""{ENDLESS}
+    items = Endless({{"function_name": "f"}})
+    engine = engine_over([evaluation(function_metadata=items)])
+    interrupted(lambda: {call})""",
+        timeout=20,
+    )
+
+
+def test_pairs_without_end_are_interrupted():
+    """Thousands of functions in one candidate make millions of pairs."""
+    run_child(
+        f"""{ENDLESS}
+    engine = engine_over([using(*map(str, range(6000)))])
+    interrupted(engine.get_correlation_patterns)""",
+        timeout=20,
+    )
+
+
+def test_windows_without_number_are_interrupted():
+    run_child(
+        f"""{ENDLESS}
+    class Windows(Endless):
+        __hash__ = object.__hash__
+    interrupted(lambda: engine_over([]).get_search_velocity(windows=Endless(60)))""",
+        timeout=20,
+    )
+
+
+def test_a_record_that_appends_a_record_at_each_reading_is_interrupted():
+    run_child(
+        f"""{ENDLESS}
+    class Growing:
+        def __getattr__(self, name):
+            if name == "passed_thresholds":
+                evals.append(self)
+            return getattr(template, name)
+    template = evaluation()
+    evals = [Growing()]
+    interrupted(engine_over(evals).get_search_patterns)
+    assert len(evals) > 1""",
+        timeout=20,
+    )
+
+
+def test_interrupts_at_random_moments_leave_every_answer_right():
+    """10,000 records of 50 functions each; some forty interrupts in each operation."""
+    run_child(
+        """
+        import random, signal
+        from support.operations import WALKS, walk
+        from support.parts import engine_over, evaluation, function_item
+
+        functions = [function_item(f"f{n}", f"F{n % 7}", f"S{n % 11}") for n in range(50)]
+        few = [evaluation(function_metadata=functions) for _ in range(20)]
+        many = [evaluation(function_metadata=functions[n % 40:]) for n in range(10_000)]
+        signal.signal(signal.SIGALRM, signal.default_int_handler)
+        small, engine = engine_over(few), engine_over(many)
+        moment, stopped = random.Random(7), 0
+        for name in WALKS:
+            expected = walk(small, name)
+            for _ in range(40):
+                signal.setitimer(signal.ITIMER_REAL, moment.uniform(0.0001, 0.006))
+                try:
+                    walk(engine, name)
+                except KeyboardInterrupt:
+                    stopped += 1
+                finally:
+                    signal.setitimer(signal.ITIMER_REAL, 0)
+            again = walk(small, name)
+            assert type(again) is type(expected), again
+            if name in ("get_search_patterns", "get_correlation_patterns"):
+                assert again == expected
+        assert stopped > 100, stopped
+        """,
+        timeout=120,
+    )
+
+
+@pytest.mark.parametrize("name", WALKS)
+def test_an_error_of_a_signal_handler_passes_unchanged(name):
+    class HandlerError(Exception):
+        pass
+
+    error = HandlerError("mine")
+
+    def handler(number, frame):
+        raise error
+
+    class Endless(list):
+        def __iter__(self):
+            signal.setitimer(signal.ITIMER_REAL, 0.01)
+            return itertools.repeat(evaluation(timestamp=0))
+
+        def __len__(self):
+            return 1
+
+        def __bool__(self):
+            return True
+
+    before = signal.signal(signal.SIGALRM, handler)
+    try:
+        with pytest.raises(HandlerError) as caught:
+            walk(engine_over(Endless()), name)
+    finally:
+        signal.setitimer(signal.ITIMER_REAL, 0)
+        signal.signal(signal.SIGALRM, before)
+    assert caught.value is error
+
+
+@pytest.mark.parametrize("name", WALKS)
+def test_a_signal_handler_may_change_the_history(name):
+    """The handler runs inside the walk: it empties the list and calls the module again."""
+    calls = []
+
+    def handler(number, frame):
+        calls.append(walk(engine_over([evaluation()]), name))
+        evals.clear()
+
+    evals = [evaluation()] * 2_000
+    before = signal.signal(signal.SIGALRM, handler)
+    try:
+        while not calls:
+            evals[:] = [evaluation()] * 2_000
+            signal.setitimer(signal.ITIMER_REAL, 0.0005)
+            walk(engine_over(evals), name)
+    finally:
+        signal.setitimer(signal.ITIMER_REAL, 0)
+        signal.signal(signal.SIGALRM, before)
+    assert type(calls[0]).__name__.endswith("Result")
+
+
+def test_a_pending_interrupt_does_not_spoil_a_short_call():
+    assert engine_over([evaluation()])._fetch_evaluations(eval_pool=EvalPool.SUBMITTED) == []
+    before = signal.signal(signal.SIGINT, signal.default_int_handler)
+    try:
+        with pytest.raises(KeyboardInterrupt):
+            signal.raise_signal(signal.SIGINT)
+            engine_over([evaluation()] * 5).get_search_patterns()
+    finally:
+        signal.signal(signal.SIGINT, before)
+    assert engine_over([evaluation()]).get_search_patterns().total_evaluations == 1
