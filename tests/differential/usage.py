@@ -22,7 +22,9 @@ def usage(w: World, side: str) -> dict[str, Any]:
     metadata_name, names_name = SIDES[side]
     fields: dict[str, Any] = {}
     shape = w.below(100)
-    if shape < 60:
+    if w.chance(6):
+        fields[w.pick((metadata_name, names_name))] = wide(w, side)
+    elif shape < 60:
         fields[metadata_name] = collection(w, [item(w, side) for _ in range(w.below(4))])
         if w.chance(30):
             fields[names_name] = [bare(w, side)]
@@ -34,6 +36,24 @@ def usage(w: World, side: str) -> dict[str, Any]:
         mixed = [item(w, side) if w.chance(50) else bare(w, side) for _ in range(w.below(4))]
         fields[names_name if w.chance(70) else metadata_name] = collection(w, mixed)
     return fields
+
+
+def wide(w: World, side: str) -> list[Any]:
+    """So many items that sets of their names outgrow their first table, once or several times."""
+    count = 4 + w.below(40)
+    start = w.below(1000)
+    step = 1 + w.below(7)
+    kinds = w.pick((1000, 7, 50))
+    items: list[Any] = []
+    for index in range(count):
+        number = (start + index * step) % kinds
+        entry = {f"{side}_name": f"wide{number}", f"{side}_family": f"family{number % 11}"}
+        items.append(entry)
+    if w.chance(30):
+        return [entry[f"{side}_name"] for entry in items]
+    if w.odd(20):
+        items.append(item(w, side))
+    return items
 
 
 def bare(w: World, side: str) -> Any:

@@ -1,0 +1,136 @@
+"""Records and values that turn on whoever reads them, and the comparison of what then happens."""
+
+from __future__ import annotations
+
+from collections.abc import Callable, Mapping
+from types import SimpleNamespace
+from typing import Any
+
+from differential.cases import subject
+from differential.sources import Seeded
+from differential.world import NOW, World
+from model import search_analytics_model as model
+from support.outcome import first_difference
+from support.records import HistoryTracker, TableConnection
+
+Call = Callable[[], Any]
+Builder = Callable[[World], Call]
+
+# The operations that read records, with arguments under which they read all there is to read.
+OPERATIONS: dict[str, dict[str, Any]] = {
+    "get_search_stats": {"min_sample_size": 0, "era_id": "era-1"},
+    "get_suggestions": {"min_sample_size": 0},
+    "get_search_patterns": {},
+    "get_search_velocity": {},
+    "get_yield_analysis": {},
+    "get_correlation_patterns": {},
+}
+
+# What each operation reads first and last of a record, and something in between.
+READ: dict[str, tuple[str, ...]] = {
+    "get_search_stats": ("per_column_stats", "correlation", "function_metadata", "era_id"),
+    "get_suggestions": ("per_column_stats", "passed_thresholds", "era_id"),
+    "get_search_patterns": ("passed_thresholds", "tree_depth", "function_metadata"),
+    "get_search_velocity": ("timestamp", "passed_thresholds"),
+    "get_yield_analysis": ("passed_thresholds", "timestamp", "eval_type", "failure_detail"),
+    "get_correlation_patterns": ("passed_thresholds", "function_metadata"),
+}
+
+FIELDS: Mapping[str, Any] = {
+    "era_id": "era-1",
+    "timestamp": NOW - 60,
+    "submitted": True,
+    "passed_thresholds": True,
+    "sharpe": 1.5,
+    "returns": 0.25,
+    "turnover": 0.5,
+    "drawdown": 0.125,
+    "correlation": 0.25,
+    "per_column_stats": {"gross_returns_sharpe": 1.25},
+    "tree_depth": 2,
+    "eval_type": "signal",
+    "eval_id": "e1",
+    "failure_reason": "none",
+    "failure_detail": None,
+    "agent_is_pnl_mi": 0.5,
+    "is_pnl_mi": 0.25,
+}
+
+
+def fields(index: int = 0, **changes: Any) -> dict[str, Any]:
+    """A complete evaluation; its functions and statistics vary with `index`."""
+    made = dict(FIELDS)
+    made["function_metadata"] = [
+        {"function_name": f"f{index % 3}", "function_family": "trend"},
+        {"function_name": "rank", "function_family": f"family{index % 2}"},
+    ]
+    made["feature_metadata"] = [{"feature_name": "close", "feature_family": "price"}]
+    made["sharpe"] = 0.5 + index
+    made["eval_id"] = f"e{index}"
+    made.update(changes)
+    return made
+
+
+class Trap:
+    """A record that logs reads; the first read of one attribute springs an action."""
+
+    def __init__(self, w: World, label: str, values: dict[str, Any]) -> None:
+        object.__setattr__(self, "_state", (w, label, values, {}))
+
+    def __getattribute__(self, name: str) -> Any:
+        if name.startswith("__"):
+            return object.__getattribute__(self, name)
+        w, label, values, traps = object.__getattribute__(self, "_state")
+        w.note(label, name)
+        action = traps.pop(name, None)
+        if action is not None:
+            action()
+        try:
+            return values[name]
+        except KeyError:
+            raise AttributeError(name) from None
+
+
+def trap(w: World, index: int = 0, **changes: Any) -> Trap:
+    """A complete record that can be made to spring."""
+    return Trap(w, f"record {index}", fields(index, **changes))
+
+
+def spring(record: Trap, name: str, action: Call) -> None:
+    """Run `action` at the first read of `name`, before the value is given."""
+    object.__getattribute__(record, "_state")[3][name] = action
+
+
+def engine(w: World, history: Any, **attributes: Any) -> Any:
+    """An engine over that history, with two pools and a logging connection."""
+    tracker = HistoryTracker(history, w.trace)
+    rows = {f"e{index}": ("useful", None, None, "pool-z") for index in range(0, 9, 2)}
+    connection = TableConnection(["signal_submission_status"], rows, w.trace)
+    vars(tracker).update({"_conn": connection, **attributes})
+    pools = [
+        SimpleNamespace(name="tight", is_correlation_threshold=0.25),
+        SimpleNamespace(name="loose", is_correlation_threshold=0.75),
+    ]
+    return w.module.SearchAnalytics(tracker, pools)
+
+
+def plain(index: int = 0, **changes: Any) -> SimpleNamespace:
+    """A complete record that does nothing."""
+    return SimpleNamespace(**fields(index, **changes))
+
+
+def call(w: World, history: Any, operation: str, **keywords: Any) -> Call:
+    """A call of that operation over that history."""
+    target = engine(w, history)
+    arguments = {**OPERATIONS[operation], **keywords}
+    return lambda: getattr(target, operation)(**arguments)
+
+
+def assert_same(build: Builder) -> None:
+    """Build the case for the model and for the module, run both, and compare all that happened."""
+    outcomes = []
+    for module in (model, subject()):
+        w = World(module, Seeded("trap"))
+        outcomes.append(w.run(build(w)))
+    expected, found = outcomes
+    assert expected == found, first_difference(expected, found)
