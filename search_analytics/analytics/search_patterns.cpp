@@ -15,20 +15,20 @@ namespace {
 // Counts every family of the set once. Where several are new, they are numbered in the order in
 // which a set holds them.
 void count_families(CountTable& families, KeySide& used, bool passed) {
-    int unknown = 0;
-    if (used.is_plain()) {
+    if (used.is_plain() && families.runs_no_code()) {
+        int unknown = 0;
         for (const KeySide::Value& family : used.values()) {
-            unknown += families.find(family.text.get()) ? 0 : 1;
+            unknown += families.is_new(family.text.get()) ? 1 : 0;
         }
-    }
-    if (used.is_plain() && unknown < 2) {
-        for (const KeySide::Value& family : used.values()) {
-            families.counts(family.text.get()).add(passed);
+        if (unknown < 2) {
+            for (const KeySide::Value& family : used.values()) {
+                families.add(family.text.get(), passed);
+            }
+            return;
         }
-        return;
     }
     const Ref set = used.frozen();
-    for_each(set.get(), [&](PyObject* family) { families.counts(family).add(passed); });
+    for_each(set.get(), [&](PyObject* family) { families.add(family, passed); });
 }
 
 struct Patterns {
@@ -44,7 +44,7 @@ void count_patterns(const ModuleState& state, PyObject* evals, Patterns& pattern
     for_each(evals, [&](PyObject* ev) {
         const bool passed = truth(attribute(ev, names.passed_thresholds).get());
         patterns.total_passed += passed ? 1 : 0;
-        patterns.depths.counts(attribute(ev, names.tree_depth).get()).add(passed);
+        patterns.depths.add(attribute(ev, names.tree_depth).get(), passed);
         const Ref items = reader.items(ev, Side::kFunctions);
         if (!truth(items.get())) {
             return;
@@ -75,14 +75,9 @@ Ref depth_distribution(const ModuleState& state, const CountTable& depths) {
     check(PyList_Sort(ordered.get()));
     Ref buckets = new_list();
     for_each(ordered.get(), [&](PyObject* depth) {
-        const auto number = depths.find(depth);
-        if (!number) {
-            PyErr_SetObject(PyExc_KeyError, depth);
-            throw ErrorSet();
-        }
-        append(
-            buckets,
-            make_yield(maker, state.names, state.names.depth, depth, depths.counts(*number)).get());
+        const Ref bucket =
+            make_yield(maker, state.names, state.names.depth, depth, depths.counts(depth));
+        append(buckets, bucket.get());
     });
     return buckets;
 }
@@ -96,11 +91,11 @@ const FunctionDescription kYieldOrder = {"<lambda>", {}, {"row"}, {}, negated_yi
 Ref family_yield_rates(ModuleState& state, const CountTable& families) {
     const RecordMaker maker(state, state.names.FamilyYield);
     Ref yields = new_list();
-    for (std::size_t family = 0; family < families.size(); ++family) {
-        append(yields, make_yield(maker, state.names, state.names.function_family,
-                                  families.key(family), families.counts(family))
-                           .get());
-    }
+    families.for_each([&](PyObject* family, const PassCounts& counts) {
+        const Ref yield =
+            make_yield(maker, state.names, state.names.function_family, family, counts);
+        append(yields, yield.get());
+    });
     sort_by(state, yields, make_function(state, kYieldOrder).get());
     return yields;
 }

@@ -8,6 +8,7 @@
 #include "engine/row_order.h"
 #include "engine/time_window.h"
 #include "host/containers.h"
+#include "host/tracking.h"
 
 namespace search_analytics {
 
@@ -42,58 +43,80 @@ class RowWriter {
         : state_(state),
           sums_(sums),
           window_stats_(state, state.names.WindowStats),
-          stats_row_(state, state.names.StatsRow) {}
+          stats_row_(state, state.names.StatsRow),
+          zero_(real(0.0)) {}
 
-    Ref row(std::size_t group) const {
+    // Whether the rows are the module's own records, which nobody has seen yet.
+    bool makes_plain_rows() const {
+        return window_stats_.is_original() && stats_row_.is_original();
+    }
+
+    Ref row(std::size_t group) {
         const Names& names = state_.names;
-        const Ref windows = new_list();
+        const Ref windows = deferred(new_list());
         for (std::size_t window = 0; window < sums_.windows().size(); ++window) {
             append(windows, window_stats(group, window).get());
         }
         const Ref key = sums_.key(group);
+        if (makes_plain_rows() && sums_.makes_new_keys()) {
+            tracking_.defer(key.get());
+            tracking_.defer(PyTuple_GET_ITEM(key.get(), 0));
+            tracking_.defer(PyTuple_GET_ITEM(key.get(), 1));
+        }
         const Ref count = integer(sums_.count(group));
-        return stats_row_.make({{names.group_key, key.get()},
-                                {names.windows, windows.get()},
-                                {names.evaluation_count, count.get()}});
+        return deferred(stats_row_.make({{names.group_key, key.get()},
+                                         {names.windows, windows.get()},
+                                         {names.evaluation_count, count.get()}}));
     }
 
+    // To be called when the last row is made.
+    void finish() { tracking_.finish(); }
+
    private:
-    Ref window_stats(std::size_t group, std::size_t window) const {
+    Ref deferred(Ref container) {
+        if (makes_plain_rows()) {
+            tracking_.defer(container.get());
+        }
+        return container;
+    }
+
+    Ref window_stats(std::size_t group, std::size_t window) {
         const Names& names = state_.names;
         const WindowSums& sums = sums_.sums(group, window);
         const bool is_empty = sums.count() == 0;
         std::array<Ref, kMeasureCount> means;
         if (is_empty) {
             for (Ref& mean : means) {
-                mean = real(0.0);
+                mean = zero_.copy();
             }
         } else {
             means = sums.means();
         }
-        const Ref yield_rate = real(is_empty ? 0.0 : ratio(sums.passed(), sums.count()));
+        const Ref yield_rate = is_empty ? zero_.copy() : real(ratio(sums.passed(), sums.count()));
         const Ref submittable = submittable_yield(group, window, sums.count());
-        const Ref score = is_empty ? real(0.0) : composite_score(means);
+        const Ref score = is_empty ? zero_.copy() : composite_score(means);
         const Ref count = integer(sums.count());
-        return window_stats_.make({{names.window, sums_.windows()[window].get()},
-                                   {names.sharpe, means[kSharpe].get()},
-                                   {names.returns, means[kReturns].get()},
-                                   {names.turnover, means[kTurnover].get()},
-                                   {names.drawdown, means[kDrawdown].get()},
-                                   {names.correlation, means[kCorrelation].get()},
-                                   {names.yield_rate, yield_rate.get()},
-                                   {names.submittable_yield, submittable.get()},
-                                   {names.composite_score, score.get()},
-                                   {names.evaluation_count, count.get()}});
+        return deferred(window_stats_.make({{names.window, sums_.windows()[window].get()},
+                                            {names.sharpe, means[kSharpe].get()},
+                                            {names.returns, means[kReturns].get()},
+                                            {names.turnover, means[kTurnover].get()},
+                                            {names.drawdown, means[kDrawdown].get()},
+                                            {names.correlation, means[kCorrelation].get()},
+                                            {names.yield_rate, yield_rate.get()},
+                                            {names.submittable_yield, submittable.get()},
+                                            {names.composite_score, score.get()},
+                                            {names.evaluation_count, count.get()}}));
     }
 
     // The share of the window's evaluations that each pool would take, by the pool's name.
     Ref submittable_yield(std::size_t group, std::size_t window, Py_ssize_t count) const {
         Ref shares = new_dict();
-        const auto& pools = sums_.pools();
-        for (std::size_t pool = 0; pool < pools.size(); ++pool) {
-            const double share =
-                count == 0 ? 0.0 : ratio(sums_.submittable(group, window, pool), count);
-            set_item(shares, pools[pool].name.get(), real(share).get());
+        const auto& pool_names = sums_.pool_names();
+        for (std::size_t pool = 0; pool < pool_names.size(); ++pool) {
+            const Ref share = count == 0
+                                  ? zero_.copy()
+                                  : real(ratio(sums_.submittable(group, window, pool), count));
+            set_item(shares, pool_names[pool].get(), share.get());
         }
         return shares;
     }
@@ -102,15 +125,26 @@ class RowWriter {
     const GroupedSums& sums_;
     RecordMaker window_stats_;
     RecordMaker stats_row_;
+    Ref zero_;
+    DeferredTracking tracking_;
 };
 
-Ref shown_rows(const ModuleState& state, const GroupedSums& sums, PyObject* min_sample_size) {
-    const RowWriter writer(state, sums);
+// The groups that are large enough, as sorted rows.
+Ref shown_rows(const Call& call, const GroupedSums& sums) {
+    ModuleState& state = call.state();
+    PyObject* min_sample_size = call[state.names.min_sample_size];
+    RowWriter writer(state, sums);
     Ref rows = new_list();
     for (std::size_t group = 0; group < sums.size(); ++group) {
         if (!compare(integer(sums.count(group)).get(), min_sample_size, Py_LT)) {
             append(rows, writer.row(group).get());
         }
+    }
+    writer.finish();
+    const Direction direction =
+        truth(call[state.names.sort_ascending]) ? Direction::kAscending : Direction::kDescending;
+    if (!writer.makes_plain_rows() || !sort_plain_rows(state.names, rows, direction)) {
+        sort_rows(state, rows, direction);
     }
     return rows;
 }
@@ -149,9 +183,7 @@ Ref get_search_stats(const Call& call) {
                              windows.get()});
     for_each(evals.get(), [&](PyObject* ev) { sums.add(ev); });
 
-    const Ref rows = shown_rows(state, sums, call[names.min_sample_size]);
-    sort_rows(state, rows,
-              truth(call[names.sort_ascending]) ? Direction::kAscending : Direction::kDescending);
+    const Ref rows = shown_rows(call, sums);
     return make_result(call, rows, filters_applied, length(evals.get()),
                        static_cast<Py_ssize_t>(sums.size()));
 }

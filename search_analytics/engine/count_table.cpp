@@ -5,21 +5,77 @@ namespace search_analytics {
 
 using namespace host;
 
-std::optional<std::size_t> CountTable::find(PyObject* key) const {
-    const auto number = dict_entry(numbers_.get(), key);
+namespace {
+
+bool is_plain_key(PyObject* key) {
+    return PyUnicode_CheckExact(key) || PyLong_CheckExact(key) || PyFloat_CheckExact(key) ||
+           PyBool_Check(key) || key == Py_None;
+}
+
+}  // namespace
+
+std::optional<std::size_t> CountTable::number_of(PyObject* key) const {
+    const auto number = dict_entry(totals_.get(), key);
     if (!number) {
         return std::nullopt;
     }
     return PyLong_AsSize_t(number->get());
 }
 
-PassCounts& CountTable::counts(PyObject* key) {
-    if (const auto number = find(key)) {
-        return counts_[*number];
+void CountTable::add(PyObject* key, bool is_pass) {
+    if (passes_.empty() && !is_plain_key(key)) {
+        become_dictionaries();
     }
-    set_item(numbers_, key, integer(static_cast<Py_ssize_t>(keys_.size())).get());
-    keys_.push_back(Ref::share(key));
-    return counts_.emplace_back();
+    if (!passes_.empty()) {
+        increment(totals_, key);
+        if (is_pass) {
+            increment(passes_, key);
+        }
+        return;
+    }
+    auto number = number_of(key);
+    if (!number) {
+        number = counts_.size();
+        set_item(totals_, key, integer(static_cast<Py_ssize_t>(*number)).get());
+        counts_.emplace_back();
+    }
+    counts_[*number].add(is_pass);
+}
+
+// dict[key] = dict.get(key, 0) + 1
+void CountTable::increment(const Ref& dict, PyObject* key) {
+    const auto count = dict_entry(dict.get(), key);
+    const Py_ssize_t next = (count ? PyLong_AsSsize_t(count->get()) : 0) + 1;
+    set_item(dict, key, integer(next).get());
+}
+
+void CountTable::become_dictionaries() {
+    Ref totals = new_dict();
+    Ref passes = new_dict();
+    for_each([&](PyObject* key, const PassCounts& counts) {
+        set_item(totals, key, integer(counts.total).get());
+        if (counts.passed > 0) {
+            set_item(passes, key, integer(counts.passed).get());
+        }
+    });
+    totals_ = std::move(totals);
+    passes_ = std::move(passes);
+    counts_.clear();
+}
+
+Py_ssize_t CountTable::passed(PyObject* key) const {
+    const auto count = dict_entry(passes_.get(), key);
+    return count ? PyLong_AsSsize_t(count->get()) : 0;
+}
+
+PassCounts CountTable::counts(PyObject* key) const {
+    const auto entry = dict_entry(totals_.get(), key);
+    if (!entry) {
+        raise(PyExc_KeyError, Ref::share(key));
+    }
+    const Py_ssize_t value = PyLong_AsSsize_t(entry->get());
+    return passes_.empty() ? counts_[static_cast<std::size_t>(value)]
+                           : PassCounts{value, passed(key)};
 }
 
 }  // namespace search_analytics

@@ -21,29 +21,53 @@ struct PassCounts {
     double yield_rate() const { return total > 0 ? host::ratio(passed, total) : 0.0; }
 };
 
-// Counts by key, in the order in which the keys were first met. Keys are told apart as a
-// dictionary does.
+// Counts by key, in the order in which the keys were first met. Keys are told apart as
+// dictionaries tell them apart: one of totals, one of passes. As long as hashing and comparing the
+// keys runs no code, one look-up serves for both; the first key of another type makes them real
+// dictionaries, so that its hash and its comparisons run as often as they should.
 class CountTable {
    public:
-    CountTable() : numbers_(host::new_dict()) {}
+    CountTable() : totals_(host::new_dict()) {}
 
-    // The number of a key, or nothing where it has not been met.
-    std::optional<std::size_t> find(PyObject* key) const;
+    void add(PyObject* key, bool is_pass);
 
-    // The counts of a key; of zeros where it is new. Valid until the next new key.
-    PassCounts& counts(PyObject* key);
+    // Whether every key so far is hashed and compared without running code.
+    bool runs_no_code() const { return passes_.empty(); }
 
-    std::size_t size() const { return keys_.size(); }
-    PyObject* key(std::size_t number) const { return keys_[number].get(); }
-    const PassCounts& counts(std::size_t number) const { return counts_[number]; }
+    // Whether a plain key has not been met yet. REQUIRES: runs_no_code().
+    bool is_new(PyObject* key) const { return !number_of(key); }
 
     // The keys as a new list.
-    host::Ref keys() const { return host::list_of(numbers_.get()); }
+    host::Ref keys() const { return host::list_of(totals_.get()); }
+
+    // The counts of a key that was added; KeyError if it cannot be found again.
+    PassCounts counts(PyObject* key) const;
+
+    // Calls `visit` with every key and its counts, in order.
+    template <typename Visit>
+    void for_each(Visit&& visit) const;
 
    private:
-    host::Ref numbers_;
-    std::vector<host::Ref> keys_;
+    std::optional<std::size_t> number_of(PyObject* key) const;
+    void become_dictionaries();
+    static void increment(const host::Ref& dict, PyObject* key);
+    Py_ssize_t passed(PyObject* key) const;
+
+    // Key to number while keys are plain, and key to total afterwards.
+    host::Ref totals_;
+    host::Ref passes_;
     std::vector<PassCounts> counts_;
 };
+
+template <typename Visit>
+void CountTable::for_each(Visit&& visit) const {
+    const host::Ref entries = host::Ref::steal(PyDict_Items(totals_.get()));
+    host::for_each(entries.get(), [&](PyObject* entry) {
+        PyObject* key = PyTuple_GET_ITEM(entry, 0);
+        const Py_ssize_t value = PyLong_AsSsize_t(PyTuple_GET_ITEM(entry, 1));
+        visit(key, passes_.empty() ? counts_[static_cast<std::size_t>(value)]
+                                   : PassCounts{value, passed(key)});
+    });
+}
 
 }  // namespace search_analytics

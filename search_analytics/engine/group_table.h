@@ -21,6 +21,9 @@ class GroupTable {
     // The same for a key that is already an object of whatever type.
     std::size_t number_of(host::Ref key);
 
+    // Whether the keys are still plain strings, so that key() makes a new object each time.
+    bool is_plain() const { return numbers_.empty(); }
+
     std::size_t size() const { return is_plain() ? groups_.size() : keys_.size(); }
 
     // The key of a group as an object.
@@ -35,7 +38,6 @@ class GroupTable {
         std::uint32_t feature_count;
     };
 
-    bool is_plain() const { return numbers_.empty(); }
     bool matches(const Group& group, std::uint64_t hash, const KeySide& functions,
                  const KeySide& features) const;
     std::size_t add_plain(std::uint64_t hash, const KeySide& functions, const KeySide& features);

@@ -65,16 +65,11 @@ void GroupedSums::find_windows(PyObject* time_windows) {
 void GroupedSums::find_pools() {
     const Names& names = state_.names;
     for_each(attribute(request_.engine, names._pool_configs).get(),
-             [&](PyObject* pool) { pools_.push_back({attribute(pool, names.name), Ref()}); });
-    std::size_t next = 0;
+             [&](PyObject* pool) { pool_names_.push_back(attribute(pool, names.name)); });
     for_each(attribute(request_.engine, names._pool_configs).get(), [&](PyObject* pool) {
-        Ref threshold = attribute(pool, names.is_correlation_threshold);
-        if (next < pools_.size()) {
-            pools_[next++].threshold = std::move(threshold);
-        }
+        thresholds_.push_back(attribute(pool, names.is_correlation_threshold));
     });
-    pools_.resize(next);
-    is_submittable_.resize(next);
+    is_submittable_.resize(thresholds_.size());
 }
 
 void GroupedSums::add(PyObject* ev) {
@@ -84,7 +79,7 @@ void GroupedSums::add(PyObject* ev) {
     if (group == counts_.size()) {
         counts_.push_back(0);
         sums_.resize(sums_.size() + windows_.size());
-        submittable_.resize(submittable_.size() + windows_.size() * pools_.size());
+        submittable_.resize(submittable_.size() + windows_.size() * pool_names_.size());
     }
     ++counts_[group];
     count_into_windows(ev, group);
@@ -93,10 +88,6 @@ void GroupedSums::add(PyObject* ev) {
 // The chosen column's table comes first, then the record's own value.
 Ref GroupedSums::column_measure(PyObject* per_column, PyObject* key, PyObject* ev,
                                 PyObject* name) const {
-    if (PyDict_CheckExact(per_column) && PyUnicode_CheckExact(key)) {
-        auto entry = dict_entry(per_column, key);
-        return entry ? std::move(*entry) : attribute(ev, name);
-    }
     return contains(per_column, key) ? item(per_column, key) : attribute(ev, name);
 }
 
@@ -123,15 +114,15 @@ void GroupedSums::read_measures(PyObject* ev) {
 // A failed evaluation may have no correlation at all: test `passed` first.
 void GroupedSums::find_submittable() {
     PyObject* correlation = measures_.values[kCorrelation].get();
-    for (std::size_t pool = 0; pool < pools_.size(); ++pool) {
-        PyObject* threshold = pools_[pool].threshold.get();
-        if (!measures_.passed) {
-            is_submittable_[pool] = false;
-        } else if (PyFloat_CheckExact(correlation) && PyFloat_CheckExact(threshold)) {
-            is_submittable_[pool] = PyFloat_AS_DOUBLE(correlation) < PyFloat_AS_DOUBLE(threshold);
-        } else {
-            is_submittable_[pool] = compare(correlation, threshold, Py_LT);
+    for (std::size_t pool = 0; pool < thresholds_.size(); ++pool) {
+        PyObject* threshold = thresholds_[pool].get();
+        bool is_submittable = false;
+        if (measures_.passed) {
+            is_submittable = PyFloat_CheckExact(correlation) && PyFloat_CheckExact(threshold)
+                                 ? PyFloat_AS_DOUBLE(correlation) < PyFloat_AS_DOUBLE(threshold)
+                                 : compare(correlation, threshold, Py_LT);
         }
+        is_submittable_[pool] = is_submittable ? 1 : 0;
     }
 }
 
@@ -172,8 +163,13 @@ void GroupedSums::count_into_windows(PyObject* ev, std::size_t group) {
 void GroupedSums::count_into(std::size_t group, std::size_t window) {
     const std::size_t position = cell(group, window);
     sums_[position].add(measures_);
-    for (std::size_t pool = 0; pool < pools_.size(); ++pool) {
-        submittable_[position * pools_.size() + pool] += is_submittable_[pool] ? 1 : 0;
+    // Pools that give more thresholds than names are an error of their own, as in any list.
+    if (thresholds_.size() > pool_names_.size()) [[unlikely]] {
+        raise(PyExc_IndexError, "list index out of range");
+    }
+    Py_ssize_t* counts = submittable_.data() + position * pool_names_.size();
+    for (std::size_t pool = 0; pool < thresholds_.size(); ++pool) {
+        counts[pool] += is_submittable_[pool];
     }
 }
 

@@ -18,12 +18,6 @@ struct SumsRequest {
     PyObject* time_windows;
 };
 
-// A pool whose correlation limit decides what could be submitted to it.
-struct SubmissionPool {
-    host::Ref name;
-    host::Ref threshold;
-};
-
 class GroupedSums {
    public:
     // Reads the clock, the windows and the engine's pools once; every evaluation is measured
@@ -35,6 +29,8 @@ class GroupedSums {
 
     std::size_t size() const { return groups_.size(); }
     host::Ref key(std::size_t group) const { return groups_.key(group); }
+    // Whether key() makes a pair of new sets that nobody else has seen.
+    bool makes_new_keys() const { return groups_.is_plain(); }
     Py_ssize_t count(std::size_t group) const { return counts_[group]; }
 
     const std::vector<host::Ref>& windows() const { return windows_; }
@@ -42,10 +38,10 @@ class GroupedSums {
         return sums_[cell(group, window)];
     }
 
-    const std::vector<SubmissionPool>& pools() const { return pools_; }
+    const std::vector<host::Ref>& pool_names() const { return pool_names_; }
     // How many of the window's evaluations the pool would take.
     Py_ssize_t submittable(std::size_t group, std::size_t window, std::size_t pool) const {
-        return submittable_[cell(group, window) * pools_.size() + pool];
+        return submittable_[cell(group, window) * pool_names_.size() + pool];
     }
 
    private:
@@ -85,11 +81,13 @@ class GroupedSums {
     std::size_t era_ = kNotRequested;
     std::size_t last_week_ = kNotRequested;
     std::size_t last_day_ = kNotRequested;
-    std::vector<SubmissionPool> pools_;
+    // The pools' names, and the correlation limits that decide what could be submitted to them.
+    std::vector<host::Ref> pool_names_;
+    std::vector<host::Ref> thresholds_;
 
     // The evaluation at hand.
     Measures measures_;
-    std::vector<bool> is_submittable_;
+    std::vector<std::uint8_t> is_submittable_;
     KeySide functions_;
     KeySide features_;
 

@@ -94,28 +94,41 @@ void PairTable::add_sorted(const Ref& ordered, bool passed) {
     const Py_ssize_t count = list_size(ordered);
     for (Py_ssize_t i = 0; i < count; ++i) {
         for (Py_ssize_t j = i + 1; j < count; ++j) {
-            const Ref pair = tuple_of(item(ordered.get(), i), item(ordered.get(), j));
-            tuples_.counts(pair.get()).add(passed);
+            add_tuple(tuple_of(item(ordered.get(), i), item(ordered.get(), j)), passed);
         }
     }
 }
 
-void PairTable::become_tuples() {
-    for (std::size_t pair = 0; pair < pairs_.size(); ++pair) {
-        const Ref key = tuple_of(names_[pairs_[pair].first].text, names_[pairs_[pair].second].text);
-        tuples_.counts(key.get()) = counts_[pair];
+// Looks the pair up and stores it each time, as counts that are values in a dictionary are.
+void PairTable::add_tuple(Ref tuple, bool passed) {
+    const auto known = dict_entry(numbers_.get(), tuple.get());
+    const std::size_t number = known ? PyLong_AsSize_t(known->get()) : counts_.size();
+    set_item(numbers_, tuple.get(), integer(static_cast<Py_ssize_t>(number)).get());
+    if (!known) {
+        counts_.emplace_back();
+        tuples_.push_back(std::move(tuple));
     }
-    has_tuples_ = true;
+    counts_[number].add(passed);
+}
+
+void PairTable::become_tuples() {
+    Ref numbers = new_dict();
+    for (std::size_t pair = 0; pair < pairs_.size(); ++pair) {
+        tuples_.push_back(
+            tuple_of(names_[pairs_[pair].first].text, names_[pairs_[pair].second].text));
+        set_item(numbers, tuples_.back().get(), integer(static_cast<Py_ssize_t>(pair)).get());
+    }
+    numbers_ = std::move(numbers);
 }
 
 Ref PairTable::first(std::size_t pair) const {
     return is_plain() ? names_[pairs_[pair].first].text.copy()
-                      : Ref::share(PyTuple_GET_ITEM(tuples_.key(pair), 0));
+                      : Ref::share(PyTuple_GET_ITEM(tuples_[pair].get(), 0));
 }
 
 Ref PairTable::second(std::size_t pair) const {
     return is_plain() ? names_[pairs_[pair].second].text.copy()
-                      : Ref::share(PyTuple_GET_ITEM(tuples_.key(pair), 1));
+                      : Ref::share(PyTuple_GET_ITEM(tuples_[pair].get(), 1));
 }
 
 std::vector<std::size_t> PairTable::best(std::size_t count) const {

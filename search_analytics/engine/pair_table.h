@@ -19,17 +19,15 @@ class PairTable {
     template <typename Passes>
     void add(KeySide& names, Passes&& passes);
 
-    std::size_t size() const { return is_plain() ? pairs_.size() : tuples_.size(); }
+    std::size_t size() const { return counts_.size(); }
     host::Ref first(std::size_t pair) const;
     host::Ref second(std::size_t pair) const;
-    const PassCounts& counts(std::size_t pair) const {
-        return is_plain() ? counts_[pair] : tuples_.counts(pair);
-    }
+    const PassCounts& counts(std::size_t pair) const { return counts_[pair]; }
 
     // The first `count` pairs by passed co-occurrences, most first, ties by their names. Only
     // while is_plain(): plain strings are ordered without running code.
     std::vector<std::size_t> best(std::size_t count) const;
-    bool is_plain() const { return !has_tuples_; }
+    bool is_plain() const { return numbers_.empty(); }
 
    private:
     struct Pair {
@@ -42,6 +40,7 @@ class PairTable {
     void become_tuples();
     void add_plain(KeySide& names, bool passed);
     void add_sorted(const host::Ref& ordered, bool passed);
+    void add_tuple(host::Ref tuple, bool passed);
 
     // Names by number, and the numbers by hash: open addressing, number plus one, 0 is free.
     std::vector<KeySide::Value> names_;
@@ -51,8 +50,11 @@ class PairTable {
     std::vector<PassCounts> counts_;
     std::vector<std::uint32_t> pair_slots_;
 
-    bool has_tuples_ = false;
-    CountTable tuples_;
+    // Once plain strings do not do any more: tuple to number, and number to tuple.
+    host::Ref numbers_;
+    std::vector<host::Ref> tuples_;
+
+    // The numbers of one evaluation's names.
     std::vector<std::uint32_t> row_;
 };
 

@@ -26,6 +26,7 @@ bool is_plain_record_class(const ModuleState& state, PyObject* class_name, PyObj
 
 RecordMaker::RecordMaker(const ModuleState& state, PyObject* class_name)
     : class_(load_global(state, class_name)),
+      no_arguments_(Ref::steal(PyTuple_New(0))),
       is_original_(is_plain_record_class(state, class_name, class_.get())) {}
 
 Ref RecordMaker::make(std::initializer_list<Field> fields) const {
@@ -37,7 +38,9 @@ Ref RecordMaker::make(std::initializer_list<Field> fields) const {
         return arguments.call(class_.get());
     }
     auto* type = reinterpret_cast<PyTypeObject*>(class_.get());
-    Ref record = Ref::steal(type->tp_alloc(type, 0));
+    // object.__new__ prepares the compact form of an instance's attributes, which a bare
+    // allocation does not.
+    Ref record = Ref::steal(type->tp_new(type, no_arguments_.get(), nullptr));
     for (const Field& field : fields) {
         set_attribute(record.get(), field.name, field.value);
     }

@@ -28,6 +28,7 @@ class RecordMaker {
 
    private:
     host::Ref class_;
+    host::Ref no_arguments_;
     bool is_original_;
 };
 

@@ -1,6 +1,9 @@
 // The order of statistics rows.
 #include "engine/row_order.h"
 
+#include <algorithm>
+#include <cmath>
+
 #include "host/containers.h"
 
 namespace search_analytics {
@@ -35,7 +38,43 @@ Ref descending_key(const Call& call) {
 const FunctionDescription kAscendingKey = {"<lambda>", {}, {"row"}, {}, ascending_key};
 const FunctionDescription kDescendingKey = {"<lambda>", {}, {"row"}, {}, descending_key};
 
+struct RankedRow {
+    double score;
+    Py_ssize_t count;
+    Ref row;
+};
+
 }  // namespace
+
+bool sort_plain_rows(const Names& names, const Ref& rows, Direction direction) {
+    std::vector<RankedRow> ranking;
+    ranking.reserve(static_cast<std::size_t>(list_size(rows)));
+    bool has_place = true;
+    for_each_until(rows.get(), [&](PyObject* row) {
+        const Ref score = first_score(names, row);
+        const Ref count = attribute(row, names.evaluation_count);
+        has_place = PyFloat_CheckExact(score.get()) && !std::isnan(PyFloat_AS_DOUBLE(score.get()));
+        if (has_place) {
+            ranking.push_back(
+                {PyFloat_AS_DOUBLE(score.get()), PyLong_AsSsize_t(count.get()), Ref::share(row)});
+        }
+        return has_place;
+    });
+    if (!has_place) {
+        return false;
+    }
+    std::ranges::stable_sort(ranking, [&](const RankedRow& left, const RankedRow& right) {
+        if (left.score != right.score) {
+            return direction == Direction::kAscending ? left.score < right.score
+                                                      : left.score > right.score;
+        }
+        return left.count > right.count;
+    });
+    for (std::size_t i = 0; i < ranking.size(); ++i) {
+        check(PyList_SetItem(rows.get(), static_cast<Py_ssize_t>(i), ranking[i].row.release()));
+    }
+    return true;
+}
 
 void sort_rows(ModuleState& state, const Ref& rows, Direction direction) {
     const Ref key =

@@ -11,4 +11,8 @@ enum class Direction { kAscending, kDescending };
 // with more evaluations comes first in either direction, and then the one first met.
 void sort_rows(host::ModuleState& state, const host::Ref& rows, Direction direction);
 
+// The same without a call per row, for rows that are the module's own records. Returns false, and
+// leaves the rows as they are, where a score is anything but a float with a place in the order.
+bool sort_plain_rows(const host::Names& names, const host::Ref& rows, Direction direction);
+
 }  // namespace search_analytics

@@ -48,9 +48,16 @@ std::array<Ref, kMeasureCount> WindowSums::means() const {
 Ref composite_score(const std::array<Ref, kMeasureCount>& means) {
     PyObject* sharpe = means[kSharpe].get();
     PyObject* correlation = means[kCorrelation].get();
+    PyObject* turnover = means[kTurnover].get();
+    if (PyFloat_CheckExact(sharpe) && PyFloat_CheckExact(correlation) &&
+        PyFloat_CheckExact(turnover)) {
+        const double mean_turnover = PyFloat_AS_DOUBLE(turnover);
+        const double thrift =
+            1.0 / (kTurnoverFloor > mean_turnover ? kTurnoverFloor : mean_turnover);
+        return real(PyFloat_AS_DOUBLE(sharpe) * (1.0 - PyFloat_AS_DOUBLE(correlation)) * thrift);
+    }
     const Ref floor = real(kTurnoverFloor);
     const Ref one = real(1.0);
-    PyObject* turnover = means[kTurnover].get();
     PyObject* divisor = compare(floor.get(), turnover, Py_GT) ? floor.get() : turnover;
     const Ref independent = subtract(one.get(), correlation);
     const Ref rewarded = multiply(sharpe, independent.get());

@@ -1,0 +1,40 @@
+// Large results and the garbage collector.
+#pragma once
+
+#include <vector>
+
+#include "host/ref.h"
+
+namespace search_analytics::host {
+
+// Keeps the containers of a result out of the collector's sight until the result is complete.
+// The collector runs again and again while objects are made, and each time walks those made
+// before, which cannot be garbage yet; over thousands of rows that costs more than the rows.
+class DeferredTracking {
+   public:
+    DeferredTracking() = default;
+    DeferredTracking(const DeferredTracking&) = delete;
+    DeferredTracking& operator=(const DeferredTracking&) = delete;
+
+    // Takes a fresh container out of sight. REQUIRES: nobody else has seen it, and it lives until
+    // finish() or is gone with the whole result.
+    void defer(PyObject* container) {
+        if (PyObject_GC_IsTracked(container) != 0) {
+            PyObject_GC_UnTrack(container);
+            deferred_.push_back(container);
+        }
+    }
+
+    // Shows all of them to the collector, as if they had just been made.
+    void finish() {
+        for (PyObject* container : deferred_) {
+            PyObject_GC_Track(container);
+        }
+        deferred_.clear();
+    }
+
+   private:
+    std::vector<PyObject*> deferred_;
+};
+
+}  // namespace search_analytics::host
