@@ -102,6 +102,10 @@ def chained(cause: BaseException | None) -> ValueError:
     return error
 
 
+def missing(name: str) -> AttributeError:
+    return AttributeError("'R' object has no attribute", name=name)
+
+
 @pytest.mark.parametrize(
     ("one", "other"),
     [
@@ -111,7 +115,8 @@ def chained(cause: BaseException | None) -> ValueError:
         pytest.param(OSError("a"), FileNotFoundError("a"), id="subclass"),
         pytest.param(chained(None), chained(KeyError("k")), id="cause"),
         pytest.param(chained(KeyError("k")), chained(KeyError("j")), id="text of the cause"),
-        pytest.param(AttributeError("a", name="x"), AttributeError("a", name="y"), id="name"),
+        pytest.param(ImportError("a", name="x"), ImportError("a", name="y"), id="module name"),
+        pytest.param(missing("x"), missing("y"), id="attribute name"),
     ],
 )
 def test_description_of_errors_differs(one: BaseException, other: BaseException) -> None:

@@ -165,7 +165,10 @@ class _Describer:
         )
 
     def _missing_name(self, error: BaseException) -> Tree:
-        if isinstance(error, (AttributeError, ImportError)):
+        # The interpreter adds the name to an AttributeError that a property raised, or does not
+        # once the line has run often (3.12 and later): only its own errors have it for certain.
+        own = isinstance(error, AttributeError) and "has no attribute" in _text(error)
+        if own or isinstance(error, ImportError):
             return self.describe(getattr(error, "name", None))
         return ()
 
