@@ -1,0 +1,55 @@
+"""Time kestrune.search_analytics against its rivals and against the cost of reading its records.
+
+Answers are compared before anything is timed; the run fails when they differ, never because
+something is slow. A whole run takes minutes and writes RESULTS.md and results.svg; a quick one
+writes into the build folder.
+"""
+
+import argparse
+import os
+import sys
+
+import paths
+
+
+def parse_arguments() -> argparse.Namespace:
+    parser = argparse.ArgumentParser(
+        description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter
+    )
+    parser.add_argument("--quick", action="store_true", help="under a minute; nothing to publish")
+    parser.add_argument(
+        "-k",
+        metavar="TEXT",
+        help="only the operations whose label contains TEXT, and nothing else; nothing is written",
+    )
+    return parser.parse_args()
+
+
+def main() -> None:
+    arguments = parse_arguments()
+    paths.prepare()
+    # The rest needs what is on the path only now.
+    from agreement import DisagreementError
+    from settings import FULL, QUICK
+    from whole_run import WholeRun
+
+    run = WholeRun(QUICK if arguments.quick else FULL)
+    try:
+        if arguments.k is not None:
+            run.operations(arguments.k)
+            return
+        run.everything()
+    except DisagreementError as error:
+        sys.exit(f"benchmark: answers differ: {error}")
+
+    import picture
+    import report
+
+    folder = paths.BUILD if arguments.quick else paths.BENCHMARKS
+    for name, write in (("RESULTS.md", report.write), ("results.svg", picture.write)):
+        write(folder / name, run.results)
+        print(f"Wrote {os.path.relpath(folder / name)}")
+
+
+if __name__ == "__main__":
+    main()

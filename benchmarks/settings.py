@@ -1,0 +1,53 @@
+"""How much a run measures."""
+
+from dataclasses import dataclass
+
+
+@dataclass(frozen=True)
+class Settings:
+    """Numbers of records, evaluations and rounds of each part of a run.
+
+    A turn repeats a call until `turn_seconds` are filled. Growth is measured on the contestants'
+    whole field up to `model_up_to` records, on the extension and the floor beyond.
+    """
+
+    records: int
+    rounds: int
+    turn_seconds: float
+    side_rounds: int
+    demo_evaluations: int
+    growth_sizes: tuple[int, ...]
+    model_up_to: int
+    memory_records: int
+    sqlite_records: int
+    postgres_records: int
+    import_rounds: int
+
+
+FULL = Settings(
+    records=10_000,
+    rounds=15,
+    turn_seconds=0.02,
+    side_rounds=9,
+    demo_evaluations=6_000,
+    growth_sizes=(1_000, 10_000, 100_000, 1_000_000),
+    model_up_to=100_000,
+    memory_records=100_000,
+    sqlite_records=10_000,
+    postgres_records=1_000,
+    import_rounds=21,
+)
+# Enough to see where things stand and that everything works.
+QUICK = Settings(
+    records=10_000,
+    rounds=3,
+    turn_seconds=0.005,
+    side_rounds=1,
+    demo_evaluations=200,
+    growth_sizes=(1_000, 4_000),
+    model_up_to=4_000,
+    memory_records=5_000,
+    sqlite_records=500,
+    postgres_records=100,
+    import_rounds=3,
+)
