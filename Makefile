@@ -104,7 +104,7 @@ coverage: build/coverage/build.ninja $(STAMPS)/test $(STAMPS)/coverage ## show w
 	@PYTHONPATH="$(CURDIR)/build/coverage/site" $(STRICT) -m pytest -q \
 	    --ignore=tests/packaging --ignore=tests/lint $(ARGS)
 	@gcovr --root . --filter search_analytics/ --object-directory build/coverage \
-	    --exclude-throw-branches --html-details build/coverage/report.html --txt -
+	    --merge-lines --exclude-throw-branches --html-details build/coverage/report.html --txt -
 	@echo "make coverage: the report by line is build/coverage/report.html."
 
 .PHONY: bench
