@@ -2,13 +2,15 @@
 
 from __future__ import annotations
 
+import math
 from collections import deque
-from types import MappingProxyType
+from types import MappingProxyType, SimpleNamespace
 from typing import Any
 
 from differential.hooks import HookedDict, HookedIterable, HookedList, HookedSequence, hooked
 from differential.usage import usage
 from differential.values import (
+    CLEAN_NUMBERS,
     correlation,
     depth,
     era,
@@ -167,6 +169,37 @@ def shaped(w: World, fields: dict[str, Any], label: str) -> Any:
     else:
         record = LOGGING_SHAPES[shape - len(QUIET_SHAPES)](w.trace, label, fields)
     return w.tag(record, "record")
+
+
+def crowd(w: World) -> list[Any]:
+    """So many plain records that sorting them takes more than one run, with ties and oddities."""
+    scores: list[Any] = [w.pick(CLEAN_NUMBERS) for _ in range(1 + w.below(6))]
+    if w.chance(50):
+        w.mixes_nans = True
+        scores.extend((math.nan, 0.0, -0.0, 1, True, math.inf, -math.inf)[: 1 + w.below(7)])
+    groups = 1 + w.below(90)
+    records = []
+    for index in range(w.pick((30, 60, 70, 120, 150))):
+        group = w.below(groups)
+        members = {group, w.below(groups), (group * group) % 13}
+        metadata = [{"function_name": f"g{m}", "function_family": f"h{m}"} for m in members]
+        fields = {
+            "era_id": "era-1",
+            "timestamp": NOW - 7000 * (index % 100),
+            "passed_thresholds": w.below(3) == 0,
+            "submitted": group % 2,
+            "per_column_stats": None,
+            "sharpe": w.pick(scores),
+            "returns": 0.1,
+            "turnover": w.pick(scores),
+            "drawdown": 0.2,
+            "correlation": w.pick(scores),
+            "tree_depth": w.pick(scores) if groups % 2 else group,
+            "function_metadata": metadata if group % 4 else metadata[:1],
+            "features": ["close"],
+        }
+        records.append(w.tag(SimpleNamespace(**fields), "record"))
+    return records
 
 
 def timed(w: World, age: float, passed: bool, label: str) -> Any:

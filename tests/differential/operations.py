@@ -63,7 +63,9 @@ def sides_for(w: World, keywords: dict[str, Any], *needed: str) -> tuple[str, ..
 def records_for(
     w: World, attributes: tuple[str, ...], sides: tuple[str, ...], most: int = 9, **fields: Any
 ) -> list[Any]:
-    """Up to `most` records; now and then the same one several times."""
+    """Up to `most` records; now and then the same one several times, now and then a crowd."""
+    if w.chance(3):
+        return evaluations.crowd(w)
     records = [
         evaluations.evaluation(w, attributes, sides, f"record {index}", **fields)
         for index in range(w.below(most + 1))

@@ -15,6 +15,12 @@ SOURCE = Path(model.__file__).read_text(encoding="utf-8")
 # What is broken: a text of the model, what replaces it, and a kind of case that must notice.
 BREAKS = [
     (
+        "sorted backwards",
+        "rows.sort(key=lambda row: (-row.windows[0].composite_score, -row.evaluation_count))",
+        "rows.sort(key=lambda r: (r.windows[0].composite_score, r.evaluation_count), reverse=True)",
+        "search stats",
+    ),
+    (
         "week cut-off exclusive",
         "tw_week_idx is not None and ts >=",
         "tw_week_idx is not None and ts >",
