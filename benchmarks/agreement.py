@@ -1,11 +1,11 @@
 """Whether contestants give the same answer, checked before anything is timed."""
 
 import time
-from collections.abc import Callable, Iterator
+from collections.abc import Callable, Iterator, Mapping
 from contextlib import contextmanager
 from typing import Any
 
-from support.outcome import describe, first_difference
+_EXCERPT = 60
 
 
 class DisagreementError(Exception):
@@ -23,12 +23,25 @@ def stopped_clock() -> Iterator[None]:
         time.time = real
 
 
-def require_same(question: str, calls: dict[str, Callable[[], Any]]) -> None:
-    """Raise DisagreementError unless all calls return the same, type by type and bit by bit."""
+def require_same(question: str, calls: Mapping[str, Callable[[], Any]]) -> None:
+    """Raise DisagreementError unless all answers are the same.
+
+    They are compared as their representations: those give every field, tell numbers of different
+    types apart, and floats to the last bit.
+    """
     (first, call), *others = calls.items()
     with stopped_clock():
-        expected = describe(call())
+        expected = repr(call())
         for name, other in others:
-            difference = first_difference(expected, describe(other()))
-            if difference:
-                raise DisagreementError(f"{question}: {first} and {name} differ at {difference}")
+            answer = repr(other())
+            if answer != expected:
+                raise DisagreementError(
+                    f"{question}: {first} and {name} differ: {_difference(expected, answer)}"
+                )
+
+
+def _difference(one: str, other: str) -> str:
+    pairs = zip(one, other, strict=False)
+    shared = next((i for i, (a, b) in enumerate(pairs) if a != b), min(len(one), len(other)))
+    part = slice(max(shared - _EXCERPT, 0), shared + _EXCERPT)
+    return f"...{one[part]}... against ...{other[part]}..."

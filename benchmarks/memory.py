@@ -3,11 +3,15 @@
     python memory.py CONTESTANT RECORDS
 
 makes that many narrow records and prints, as JSON, what each question needs on top of them. Each
-question is asked in a process of its own (a fork), so that none finds another's memory. Linux only.
+question is asked in a process of its own (a fork), so that none finds another's memory.
+Linux with glibc only.
 """
 
+import ctypes
+import gc
 import json
 import os
+import platform
 import subprocess
 import sys
 from dataclasses import dataclass
@@ -30,7 +34,7 @@ class Need:
 
 def measure(count: int) -> list[Need]:
     """Measure every contestant in a fresh process; nothing where the system cannot tell."""
-    if not os.access("/proc/self/clear_refs", os.W_OK):
+    if platform.libc_ver()[0] != "glibc" or not os.access("/proc/self/clear_refs", os.W_OK):
         print("  this system does not tell the memory's high-water mark", flush=True)
         return []
     needs = []
@@ -86,6 +90,9 @@ def _forked(small: Call, call: Call) -> list[int]:
 
 
 def _need(call: Call) -> list[int]:
+    # What the records' making left free would be used again, and not be seen.
+    gc.collect()
+    ctypes.CDLL(None).malloc_trim(0)
     with open("/proc/self/clear_refs", "w") as reset:
         reset.write("5")
     before = _status("VmRSS")

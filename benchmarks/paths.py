@@ -1,4 +1,4 @@
-"""Where things are, and what has to be importable: the example client, the tests' helpers."""
+"""Where things are, and what has to be importable: the example client and the demo."""
 
 import sys
 from pathlib import Path
@@ -11,11 +11,11 @@ BUILD = ROOT / "build" / "bench"
 
 
 def prepare() -> None:
-    """Make the build folder; put the example client, the demo and the tests' helpers on the path.
+    """Make the build folder; put the example client and the demo on the path.
 
     The client extends its package, so an installed extension is found beside it.
     """
     BUILD.mkdir(parents=True, exist_ok=True)
-    for folder in (ROOT / "tests", ROOT / "examples", ROOT / "examples" / "client"):
+    for folder in (ROOT / "examples", ROOT / "examples" / "client"):
         if str(folder) not in sys.path:
             sys.path.insert(1, str(folder))

@@ -7,11 +7,13 @@ from dataclasses import dataclass
 class Settings:
     """Numbers of records, evaluations and rounds of each part of a run.
 
-    A turn repeats a call until `turn_seconds` are filled. Growth is measured on the contestants'
-    whole field up to `model_up_to` records, on the extension and the floor beyond.
+    `side_records` and `side_rounds` are for what is not in the table of demands. A turn repeats
+    a call until `turn_seconds` are filled. Growth is measured on the whole field up to
+    `model_up_to` records, on the extension and the floor beyond.
     """
 
     records: int
+    side_records: int
     rounds: int
     turn_seconds: float
     side_rounds: int
@@ -26,6 +28,7 @@ class Settings:
 
 FULL = Settings(
     records=10_000,
+    side_records=10_000,
     rounds=15,
     turn_seconds=0.02,
     side_rounds=9,
@@ -40,6 +43,7 @@ FULL = Settings(
 # Enough to see where things stand and that everything works.
 QUICK = Settings(
     records=10_000,
+    side_records=2_000,
     rounds=3,
     turn_seconds=0.005,
     side_rounds=1,

@@ -1,5 +1,7 @@
 """All parts of a run, one after the other."""
 
+from typing import Any
+
 import contestants
 import databases
 import demo_records
@@ -53,14 +55,15 @@ class WholeRun:
 
     def frames(self) -> None:
         announce("Data frames")
+        records = {name: self._some(name) for name in self.records}
         self.results.frames = contest.measure(
-            self.settings, self.modules[contestants.EXTENSION], self.records
+            self.settings, self.modules[contestants.EXTENSION], records
         )
 
     def shapes(self) -> None:
         for name, shape in SHAPES.items():
             announce(f"Records with {name}")
-            records = reshaped(self.records["narrow"], shape)
+            records = reshaped(self._some(NARROW.name), shape)
             self.results.shapes += self._questions(name, records)
 
     def demo(self) -> None:
@@ -86,13 +89,16 @@ class WholeRun:
         announce("Import")
         self.results.imports = imports.measure(self.settings.import_rounds)
 
-    def _questions(self, workload: str, records: list) -> list[Line]:
+    def _some(self, workload: str) -> list[Any]:
+        return self.records[workload][: self.settings.side_records]
+
+    def _questions(self, workload: str, records: list[Any]) -> list[Line]:
         return [
             self._compare(Operation(question.method, workload), records, self.settings.side_rounds)
             for question in QUESTIONS
         ]
 
-    def _compare(self, operation: Operation, records: list, rounds: int) -> Line:
+    def _compare(self, operation: Operation, records: list[Any], rounds: int) -> Line:
         return compare(
             operation, records, self.modules, self.floor, rounds, self.settings.turn_seconds
         )
