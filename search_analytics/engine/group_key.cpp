@@ -12,7 +12,7 @@ using namespace host;
 namespace {
 
 // Beyond so many distinct values, comparing them one by one costs more than a real set does.
-constexpr std::size_t kMostPlainValues = 32;
+constexpr std::size_t kMostPlainValues = 128;
 
 Ref build_group_key(const Call& call) {
     ModuleState& state = call.state();
@@ -72,7 +72,8 @@ void KeySide::collect(const UsageReader& reader, PyObject* record, Side side, Py
 }
 
 void KeySide::add(PyObject* value) {
-    if (is_plain() && PyUnicode_CheckExact(value)) [[likely]] {
+    holds_only_text_ = holds_only_text_ && PyUnicode_CheckExact(value);
+    if (is_plain() && holds_only_text_) [[likely]] {
         const Py_hash_t hash = PyObject_Hash(value);
         if (hash == -1) {
             throw ErrorSet();

@@ -34,6 +34,7 @@ class KeySide {
     void clear() {
         values_.clear();
         frozen_ = host::Ref();
+        holds_only_text_ = true;
     }
 
     // Adds what `reader` finds on `side` of `record`.
@@ -46,6 +47,9 @@ class KeySide {
     bool is_plain() const { return frozen_.empty(); }
     const std::vector<Value>& values() const { return values_; }
 
+    // Whether all values are plain strings, be they few or many.
+    bool holds_only_text() const { return holds_only_text_; }
+
     // The side as a frozenset.
     host::Ref frozen();
 
@@ -54,6 +58,7 @@ class KeySide {
 
     std::vector<Value> values_;
     host::Ref frozen_;
+    bool holds_only_text_ = true;
 };
 
 // A frozenset of the values, added in their order.

@@ -13,8 +13,9 @@ constexpr std::size_t kFirstSlotCount = 64;
 
 std::uint64_t pair_hash(std::uint32_t first, std::uint32_t second) {
     std::uint64_t bits = (static_cast<std::uint64_t>(first) << 32) | second;
-    bits *= 0x9E3779B97F4A7C15U;
-    return bits ^ (bits >> 32);
+    bits ^= bits >> 33;
+    bits *= 0xFF51AFD7ED558CCDU;
+    return bits ^ (bits >> 33);
 }
 
 // The order of two plain strings, which runs no code.
@@ -39,19 +40,18 @@ void reserve_slot(std::vector<std::uint32_t>& slots, std::size_t entries, HashOf
 
 }  // namespace
 
-std::uint32_t PairTable::number_of(const KeySide::Value& name) {
+std::uint32_t PairTable::number_of(PyObject* name, Py_hash_t hash) {
     reserve_slot(name_slots_, names_.size(),
                  [&](std::size_t entry) { return static_cast<std::uint64_t>(names_[entry].hash); });
     const std::size_t mask = name_slots_.size() - 1;
-    std::size_t slot = static_cast<std::uint64_t>(name.hash) & mask;
+    std::size_t slot = static_cast<std::uint64_t>(hash) & mask;
     for (; name_slots_[slot] != 0; slot = (slot + 1) & mask) {
         const std::uint32_t number = name_slots_[slot] - 1;
-        if (names_[number].hash == name.hash &&
-            same_text(names_[number].text.get(), name.text.get())) {
+        if (names_[number].hash == hash && same_text(names_[number].text.get(), name)) {
             return number;
         }
     }
-    names_.push_back({name.hash, name.text.copy()});
+    names_.push_back({hash, Ref::share(name)});
     const auto number = static_cast<std::uint32_t>(names_.size() - 1);
     name_slots_[slot] = number + 1;
     return number;
@@ -74,19 +74,29 @@ PassCounts& PairTable::plain_counts(Pair pair) {
     return counts_.emplace_back();
 }
 
-void PairTable::add_plain(KeySide& names, bool passed) {
+// Puts the numbers of an evaluation's names into row_.
+void PairTable::number(KeySide& names) {
     row_.clear();
-    for (const KeySide::Value& name : names.values()) {
-        row_.push_back(number_of(name));
+    if (names.is_plain()) {
+        for (const KeySide::Value& name : names.values()) {
+            row_.push_back(number_of(name.text.get(), name.hash));
+        }
+        return;
     }
-    const auto by_name = [&](std::uint32_t left, std::uint32_t right) {
+    const Ref set = names.frozen();
+    for_each(set.get(),
+             [&](PyObject* name) { row_.push_back(number_of(name, PyObject_Hash(name))); });
+}
+
+void PairTable::add_row(bool passed) {
+    std::ranges::sort(row_, [&](std::uint32_t left, std::uint32_t right) {
         return comes_before(names_[left].text.get(), names_[right].text.get());
-    };
-    std::ranges::sort(row_, by_name);
+    });
     for (std::size_t i = 0; i < row_.size(); ++i) {
         for (std::size_t j = i + 1; j < row_.size(); ++j) {
             plain_counts({row_[i], row_[j]}).add(passed);
         }
+        signals_.work(row_.size() - i);
     }
 }
 
@@ -96,6 +106,7 @@ void PairTable::add_sorted(const Ref& ordered, bool passed) {
         for (Py_ssize_t j = i + 1; j < count; ++j) {
             add_tuple(tuple_of(item(ordered.get(), i), item(ordered.get(), j)), passed);
         }
+        signals_.work(static_cast<std::size_t>(count - i));
     }
 }
 

@@ -35,10 +35,11 @@ class PairTable {
         std::uint32_t second;
     };
 
-    std::uint32_t number_of(const KeySide::Value& name);
+    std::uint32_t number_of(PyObject* name, Py_hash_t hash);
+    void number(KeySide& names);
     PassCounts& plain_counts(Pair pair);
     void become_tuples();
-    void add_plain(KeySide& names, bool passed);
+    void add_row(bool passed);
     void add_sorted(const host::Ref& ordered, bool passed);
     void add_tuple(host::Ref tuple, bool passed);
 
@@ -56,13 +57,15 @@ class PairTable {
 
     // The numbers of one evaluation's names.
     std::vector<std::uint32_t> row_;
+    host::SignalWatch signals_;
 };
 
 template <typename Passes>
 void PairTable::add(KeySide& names, Passes&& passes) {
-    if (is_plain() && names.is_plain()) {
-        if (names.values().size() >= 2) {
-            add_plain(names, passes());
+    if (is_plain() && names.holds_only_text()) {
+        number(names);
+        if (row_.size() >= 2) {
+            add_row(passes());
         }
         return;
     }

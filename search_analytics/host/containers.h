@@ -73,6 +73,25 @@ inline Ref get_or_none(PyObject* mapping, PyObject* key, PyObject* name_get) {
 // How many items a long loop handles between two looks for signals (Ctrl-C).
 inline constexpr Py_ssize_t kSignalInterval = 1024;
 
+// Looks for signals in loops whose items are far cheaper than records.
+class SignalWatch {
+   public:
+    // Counts `units` steps of some nanoseconds each, and looks for signals every millisecond or
+    // so. May run code.
+    void work(std::size_t units) {
+        done_ += units;
+        if (done_ >= kInterval) {
+            done_ = 0;
+            check(PyErr_CheckSignals());
+        }
+    }
+
+   private:
+    static constexpr std::size_t kInterval = 32768;
+
+    std::size_t done_ = 0;
+};
+
 // for item in iterable: visit(item) -- until `visit` returns false. Keeps a reference to the item
 // meanwhile, and follows a list that changes under it as the statement does.
 template <typename Visit>

@@ -81,9 +81,11 @@ auto as_generator_body(Body&& body) {
 }
 
 // The boundary between C++ and the interpreter: runs `body`, and turns what it throws into the
-// interpreter's error and `failed`. No C++ exception passes it.
+// interpreter's error and `failed`. No C++ exception passes it. Not `noexcept`, though: when the
+// process ends, the interpreter ends a daemon thread that stands in a call by unwinding its
+// stack, which has to get through.
 template <typename Result, typename Body>
-Result at_boundary(Result failed, Body&& body) noexcept {
+Result at_boundary(Result failed, Body&& body) {
     try {
         return body();
     } catch (const ErrorSet&) {

@@ -12,6 +12,15 @@ namespace search_analytics::host {
 
 namespace {
 
+// Counts a call towards the interpreter's recursion limit, as every Python function does.
+class RecursionGuard {
+   public:
+    RecursionGuard() { check(Py_EnterRecursiveCall("")); }
+    ~RecursionGuard() { Py_LeaveRecursiveCall(); }
+    RecursionGuard(const RecursionGuard&) = delete;
+    RecursionGuard& operator=(const RecursionGuard&) = delete;
+};
+
 // The longest parameter list of the module has 18 names.
 constexpr Py_ssize_t kMaximumParameters = 24;
 
@@ -87,11 +96,12 @@ Ref call_bound(FunctionObject* function, PyObject* const* arguments, std::size_t
     }
     const Call call(state_of(function->module), function->parameter_names, bound,
                     function->description->name);
+    const RecursionGuard guard;
     return function->implementation(call);
 }
 
 PyObject* function_vectorcall(PyObject* callable, PyObject* const* arguments,
-                              std::size_t flagged_count, PyObject* keywords) noexcept {
+                              std::size_t flagged_count, PyObject* keywords) {
     return at_boundary<PyObject*>(nullptr, [&] {
         return call_bound(reinterpret_cast<FunctionObject*>(callable), arguments, flagged_count,
                           keywords)

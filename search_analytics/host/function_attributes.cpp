@@ -86,7 +86,7 @@ int set_module_name(PyObject* self, PyObject* value, void*) noexcept {
     return 0;
 }
 
-PyObject* get_code(PyObject* self, void*) noexcept {
+PyObject* get_code(PyObject* self, void*) {
     return at_boundary<PyObject*>(nullptr,
                                   [&] { return function_code(as_function(self)).release(); });
 }
@@ -108,7 +108,7 @@ int refuse_assignment(PyObject*, PyObject*, void*) noexcept {
     return -1;
 }
 
-PyObject* get_builtins(PyObject* self, void*) noexcept {
+PyObject* get_builtins(PyObject* self, void*) {
     return at_boundary<PyObject*>(nullptr, [&] {
         const ModuleState& state = state_of(as_function(self)->module);
         auto value = dict_entry(state.globals(), state.names.dunder_builtins);

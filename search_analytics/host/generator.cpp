@@ -57,14 +57,14 @@ std::optional<Ref> advance(GeneratorObject* generator) {
     }
 }
 
-PyObject* iterate(PyObject* self) noexcept {
+PyObject* iterate(PyObject* self) {
     return at_boundary<PyObject*>(nullptr, [&]() -> PyObject* {
         auto value = as_generator_body([&] { return advance(as_generator(self)); });
         return value ? value->release() : nullptr;
     });
 }
 
-PyObject* send(PyObject* self, PyObject* value) noexcept {
+PyObject* send(PyObject* self, PyObject* value) {
     GeneratorObject* generator = as_generator(self);
     if (!generator->started && !generator->running && value != Py_None) {
         PyErr_SetString(PyExc_TypeError, "can't send non-None value to a just-started generator");
@@ -110,7 +110,7 @@ Ref thrown_exception(PyObject* type, PyObject* value, PyObject* traceback) {
 }
 
 // No step catches anything: the exception ends the generator and comes straight back.
-PyObject* throw_into(PyObject* self, PyObject* arguments) noexcept {
+PyObject* throw_into(PyObject* self, PyObject* arguments) {
     return at_boundary<PyObject*>(nullptr, [&]() -> PyObject* {
         PyObject* type = nullptr;
         PyObject* value = nullptr;
@@ -130,7 +130,7 @@ PyObject* throw_into(PyObject* self, PyObject* arguments) noexcept {
     });
 }
 
-PyObject* close(PyObject* self, PyObject*) noexcept {
+PyObject* close(PyObject* self, PyObject*) {
     return at_boundary<PyObject*>(nullptr, [&] {
         require_idle(as_generator(self));
         finish(as_generator(self));

@@ -1,12 +1,26 @@
 // Ownership of interpreter objects. A `PyObject*` is always borrowed; a `Ref` always owns.
 #pragma once
 
+#include <atomic>
 #include <utility>
 
 #include "host/error.h"
 #include "host/python.h"
 
 namespace search_analytics::host {
+
+// Set when the interpreter begins to end. From then on a thread may be unwound without holding
+// the interpreter's lock; what it owns is left to the end of the process.
+inline std::atomic<bool> interpreter_is_ending = false;
+
+// Drops a reference, unless this thread is being ended.
+inline void drop(PyObject* object) {
+    if (object == nullptr ||
+        (interpreter_is_ending.load(std::memory_order_relaxed) && PyGILState_Check() == 0)) {
+        return;
+    }
+    Py_DECREF(object);
+}
 
 // Owns one reference. Move-only, so that every new reference is written out as `share`.
 // A Ref is empty only when default-constructed or moved from; functions never return one so.
@@ -17,12 +31,12 @@ class Ref {
     Ref& operator=(Ref&& other) noexcept {
         // The old object goes last: its finaliser may run code that looks at this Ref.
         PyObject* old = std::exchange(object_, std::exchange(other.object_, nullptr));
-        Py_XDECREF(old);
+        drop(old);
         return *this;
     }
     Ref(const Ref&) = delete;
     Ref& operator=(const Ref&) = delete;
-    ~Ref() { Py_XDECREF(object_); }
+    ~Ref() { drop(object_); }
 
     // Takes over a new reference as the interpreter's calls return it; null means that the call
     // failed, and is thrown on as ErrorSet.

@@ -3,6 +3,7 @@
 #include "host/containers.h"
 #include "host/function.h"
 #include "host/generator.h"
+#include "host/shutdown.h"
 #include "host/statement.h"
 #include "module/body.h"
 
@@ -12,7 +13,7 @@ using namespace host;
 
 namespace {
 
-int execute(PyObject* module) noexcept {
+int execute(PyObject* module) {
     return at_boundary(-1, [&] {
         ModuleState& state = state_of(module);
         state.module = module;
@@ -21,6 +22,7 @@ int execute(PyObject* module) noexcept {
         create_function_type(state);
         create_generator_type(state);
         run_body(state);
+        watch_for_interpreter_end(state);
         return 0;
     });
 }

@@ -1,0 +1,37 @@
+// The end of the interpreter.
+#include "host/shutdown.h"
+
+#include "host/containers.h"
+#include "host/statement.h"
+
+namespace search_analytics::host {
+
+namespace {
+
+PyObject* note_interpreter_end(PyObject*, PyObject*) {
+    interpreter_is_ending.store(true, std::memory_order_relaxed);
+    return Py_NewRef(Py_None);
+}
+
+PyMethodDef end_notice = {"note_interpreter_end", note_interpreter_end, METH_NOARGS, nullptr};
+
+}  // namespace
+
+// One notice does for all copies of the module in an interpreter, and keeps none of them alive.
+void watch_for_interpreter_end(ModuleState& state) {
+    PyObject* registry = PyInterpreterState_GetDict(PyInterpreterState_Get());
+    if (registry == nullptr) {
+        throw ErrorSet();
+    }
+    const Ref mark = unicode("kestrune.search_analytics.note_interpreter_end");
+    if (dict_entry(registry, mark.get())) {
+        return;
+    }
+    const Ref notice = Ref::steal(PyCFunction_New(&end_notice, nullptr));
+    const Ref enroll =
+        import_statement(state, "from atexit import register", unicode("register").get());
+    call(enroll.get(), notice.get());
+    check(PyDict_SetItem(registry, mark.get(), notice.get()));
+}
+
+}  // namespace search_analytics::host

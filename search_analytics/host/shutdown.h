@@ -1,0 +1,11 @@
+// The end of the interpreter.
+#pragma once
+
+#include "host/module_state.h"
+
+namespace search_analytics::host {
+
+// Has `interpreter_is_ending` set when the running interpreter begins to end.
+void watch_for_interpreter_end(ModuleState& state);
+
+}  // namespace search_analytics::host
