@@ -15,7 +15,11 @@ namespace {
 // Counts a call towards the interpreter's recursion limit, as every Python function does.
 class RecursionGuard {
    public:
-    RecursionGuard() { check(Py_EnterRecursiveCall("")); }
+    RecursionGuard() {
+        if (Py_EnterRecursiveCall("") != 0) {
+            throw ErrorSet();
+        }
+    }
     ~RecursionGuard() { Py_LeaveRecursiveCall(); }
     RecursionGuard(const RecursionGuard&) = delete;
     RecursionGuard& operator=(const RecursionGuard&) = delete;
