@@ -56,9 +56,7 @@ ATTEMPT = """
 """
 
 
-@pytest.mark.parametrize(
-    "module", ["os", "time", "math", "dataclasses", "enum", "types", "typing"]
-)
+@pytest.mark.parametrize("module", ["os", "time", "math", "dataclasses", "enum", "types", "typing"])
 def test_a_standard_module_that_cannot_be_imported(module):
     run_child(
         f"""{ATTEMPT}

@@ -140,7 +140,13 @@ def test_a_bound_method_in_a_cycle_is_collected():
 def test_a_module_that_nobody_holds_is_freed_with_everything_in_it():
     module = copy_of_the_module()
     module.SearchAnalytics(RecordingTracker([evaluation()]), [pool()]).get_search_stats()
-    made = [module, module.SearchAnalytics, module.get_search_stats, module.StatsRow, module.EvalPool]
+    made = [
+        module,
+        module.SearchAnalytics,
+        module.get_search_stats,
+        module.StatsRow,
+        module.EvalPool,
+    ]
     references = [weakref.ref(one) for one in made]
     del module, made
     for _ in range(3):  # enumerations and record classes free each other round by round

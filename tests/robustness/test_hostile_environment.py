@@ -41,7 +41,7 @@ def test_errors_of_the_tracker_pass_unchanged(name, error):
     [
         (object(), AttributeError),
         (SimpleNamespace(get_evaluation_history=5), TypeError),
-        (SimpleNamespace(get_evaluation_history=lambda: []), TypeError),
+        (SimpleNamespace(get_evaluation_history=list), TypeError),
         (Unreadable(), LookupError),
     ],
     ids=["missing", "not callable", "no keywords", "raising"],
@@ -205,7 +205,8 @@ def test_a_wrapper_without_end_is_opened_a_bounded_number_of_times():
 
 
 @pytest.mark.parametrize(
-    "path", ["x" * 5_000_000, "with\0nul", "\udc80", b"bytes", "~nobody-of-that-name/x"],
+    "path",
+    ["x" * 5_000_000, "with\0nul", "\udc80", b"bytes", "~nobody-of-that-name/x"],
     ids=["five megabytes", "NUL", "surrogate", "bytes", "unknown user"],
 )
 def test_odd_data_directories_are_an_error_of_the_system(client, path):

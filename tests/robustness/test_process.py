@@ -84,7 +84,8 @@ def test_the_interpreter_ends_with_everything_alive():
         class Late:
             '''Calls the module while the interpreter is being taken down.'''
             def __init__(self):
-                self.kept = (engine, engine.get_search_stats, started, [walk(engine, n) for n in WALKS])
+                results = [walk(engine, name) for name in WALKS]
+                self.kept = (engine, engine.get_search_stats, started, results)
             def __del__(self):
                 try:
                     engine.get_search_patterns()

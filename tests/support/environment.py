@@ -99,8 +99,8 @@ def raw_pool(name: Any = "main", threshold: Any = 0.7, **more: Any) -> dict[str,
     return {"name": name, "is_correlation_threshold": threshold, **more}
 
 
-def failing(error: BaseException) -> Any:
-    """A function that raises `error` whatever it is given."""
+def failing(error: BaseException | type[BaseException]) -> Any:
+    """A function that raises `error` whatever it is given: a class is raised anew each time."""
 
     def fail(*args: Any, **kwargs: Any) -> Any:
         raise error
