@@ -6,6 +6,7 @@ import matplotlib as mpl
 from contestants import CYTHON, EXTENSION, FLOOR, MODEL
 from frames.contest import LIBRARIES
 from matplotlib.figure import Figure
+from matplotlib.ticker import LogLocator, NullLocator
 from results import Results
 from side_by_side import Line
 
@@ -44,7 +45,9 @@ def write(file: Path, results: Results) -> None:
             )
         axes.set_xscale("log")
         axes.set_xlabel("time, extension = 1 (logarithmic; to the right is slower)")
+        axes.xaxis.set_major_locator(LogLocator(subs=(1.0, 2.0, 5.0)))
         axes.xaxis.set_major_formatter(lambda value, _: f"{value:g}")
+        axes.xaxis.set_minor_locator(NullLocator())
         axes.set_yticks(range(len(lines)), [line.label for line in lines])
         axes.invert_yaxis()
         axes.grid(axis="both", color="#e5e5e5", linewidth=0.8)

@@ -1,8 +1,9 @@
 """RESULTS.md: the figures of one run as tables, ratios first."""
 
-from collections.abc import Callable, Iterable
+from collections.abc import Iterable
 from pathlib import Path
 
+import demands
 import machine
 from contestants import CYTHON, EXTENSION, FLOOR, MODEL
 from frames.contest import CONVERTED, LIBRARIES
@@ -10,7 +11,7 @@ from imports import STANDARD
 from memory import Need
 from results import Results
 from side_by_side import Line
-from timing import Spread
+from tables import mark, milliseconds, ratio, table
 
 _INTRODUCTION = """\
 # How fast it is
@@ -23,36 +24,54 @@ unchanged; *read floor* loops in C++ that only read what the question has to rea
 (`benchmarks/floor/`). The records are dataclasses decoded from JSON, as the example tracker
 returns them: *narrow* ones use 1 or 2 functions and 1 feature, *wide* ones 1 to 5 functions and
 1 to 4 features. Unless said otherwise there are {records} of them. The tracker's fetch is in no
-figure but its own.
+figure but its own. What is demanded of a figure stands after it; **!** marks what is not met.
 """
 
-_DEMANDS = """\
-More is better against the model and Cython, less against the floor; what is demanded stands after
-each. **!** marks what is not met.
+_OPERATIONS = """\
+## Where it must stand
+
+More is better against the model and Cython, less against the floor.
 """
 
 _FRAMES = """\
+## Data-frame libraries
+
 How many times longer the libraries take than the extension: from the records on, and from a
 frame on that is ready. They do what they can express, on all cores, and are spared what the
 extension does besides (result records, the caller's hooks).
 """
 
+_OTHERS = """\
+## Other records
+
+Narrow records with slots or with a Python property for each attribute, and what the search demo
+recorded.
+"""
+
 _GROWTH = """\
+## Growth
+
 Microseconds per record, narrow records; the last column compares the largest number with
-{usual}. The read floor grows by what the machine's caches no longer hold.
+{records}. The floor grows, too: fewer of the records are in the machine's caches.
 """
 
 _MEMORY = """\
+## Memory
+
 Bytes per record beyond the records, at the peak of a call on {records} narrow ones; *result* is
-what the answer itself keeps of that.
+what the answer itself keeps of that. Without the result, it must be less than {most}.
 """
 
 _DATABASES = """\
+## Yield analysis over a database
+
 The floor is a bare loop that sends the same queries through the same connection: two for each
 record. *Fetch* is the example tracker handing out the same records.
 """
 
 _IMPORT = """\
+## Import
+
 In fresh interpreters: the extension, and the standard modules that it imports.
 """
 
@@ -65,63 +84,43 @@ def write(file: Path, results: Results) -> None:
 def _parts(results: Results) -> Iterable[str]:
     count = results.operations[0].records
     yield _INTRODUCTION.format(records=count)
-    yield _table(("", ""), machine.facts(results.load))
+    yield table(("", ""), machine.facts(results.load))
     yield "![Times in terms of the extension's](results.svg)\n"
-    yield f"## Where it must stand\n\n{_DEMANDS}"
+    yield _OPERATIONS
     yield _operations(results.operations)
-    yield f"## Data-frame libraries\n\n{_FRAMES}"
+    yield _not_met(results)
+    yield _FRAMES
     yield _frames(results.frames)
-    yield "## Other records\n"
+    yield _OTHERS
     yield _operations(results.shapes + results.demo)
-    growing = _GROWTH.format(usual=count)
-    yield f"## Growth\n\n{growing}"
-    yield _growth(results.growth, count)
+    yield _GROWTH.format(records=count)
+    yield _growth(results, count)
     if results.memory:
-        yield f"## Memory\n\n{_MEMORY.format(records=results.memory[0].records)}"
+        yield _MEMORY.format(records=results.memory[0].records, most=demands.MEMORY_AT_MOST)
         yield _memory(results.memory)
-    yield f"## Yield analysis over a database\n\n{_DATABASES}"
+    yield _DATABASES
     yield _databases(results)
-    yield f"## Import\n\n{_IMPORT}"
+    yield _IMPORT
     yield _imports(results)
 
 
-def _table(head: Iterable[str], rows: Iterable[Iterable[str]]) -> str:
-    head = tuple(head)
-    lines = [head, ("---",) + ("--:",) * (len(head) - 1), *rows]
-    return "".join(f"| {' | '.join(line)} |\n" for line in lines)
-
-
-def _ratio(spread: Spread | None, demand: float | None = None, missed: bool = False) -> str:
-    if spread is None:
-        return ""
-    text = f"{spread.median:.2f} ({spread.low:.2f} to {spread.high:.2f})"
-    if demand is not None:
-        text += f" / {demand:g}{' **!**' if missed else ''}"
-    return text
-
-
-def _milliseconds(line: Line, name: str = EXTENSION) -> str:
-    return f"{line.race.time(name).median * 1e3:.2f}"
+def _not_met(results: Results) -> str:
+    missed = list(demands.missed(results))
+    if not missed:
+        return "All demands of this page are met.\n"
+    return "Not met, on all of this page:\n\n" + "".join(f"- {text}\n" for text in missed)
 
 
 def _operations(lines: Iterable[Line]) -> str:
-    head = (
-        "question",
-        "faster than model",
-        "faster than Cython",
-        "times the floor",
-        "ms",
-        "records",
-    )
-    return _table(
-        head,
+    return table(
+        ("question", "faster than model", "than Cython", "times the floor", "ms", "records"),
         (
             (
                 line.label,
-                _ratio(line.over_model, line.faster, line.misses_model),
-                _ratio(line.ratio(CYTHON, EXTENSION)),
-                _ratio(line.over_floor, line.floors, line.misses_floor),
-                _milliseconds(line),
+                ratio(line.over_model, line.faster, line.misses_model),
+                ratio(line.ratio(CYTHON, EXTENSION)),
+                ratio(line.over_floor, line.floors, line.misses_floor),
+                milliseconds(line),
                 str(line.records),
             )
             for line in lines
@@ -130,77 +129,72 @@ def _operations(lines: Iterable[Line]) -> str:
 
 
 def _frames(lines: Iterable[Line]) -> str:
-    names = [name + more for name in LIBRARIES for more in ("", CONVERTED)]
-    return _table(
-        ("question", *names, "extension, ms"),
-        (
-            (
-                line.label,
-                *(_ratio(line.ratio(name, EXTENSION)) for name in names),
-                _milliseconds(line),
-            )
-            for line in lines
-        ),
-    )
-
-
-def _growth(lines: list[Line], usual: int) -> str:
-    sizes = sorted({line.records for line in lines})
-    by_place = {(line.label, line.records): line for line in lines}
+    head = [name + more for name in LIBRARIES for more in ("", CONVERTED)]
     rows = []
-    for label in dict.fromkeys(line.label for line in lines):
+    for line in lines:
+        row = [line.label]
+        for library in LIBRARIES:
+            row.append(
+                ratio(line.ratio(library, EXTENSION), missed=demands.is_behind(line, library))
+            )
+            row.append(ratio(line.ratio(library + CONVERTED, EXTENSION)))
+        rows.append([*row, milliseconds(line)])
+    return table(("question", *head, "extension, ms"), rows)
+
+
+def _growth(results: Results, usual: int) -> str:
+    sizes = sorted({line.records for line in results.growth})
+    lines = {(line.label, line.records): line for line in results.growth}
+    rows = []
+    for label in dict.fromkeys(line.label for line in results.growth):
         for name in (EXTENSION, FLOOR, MODEL):
-            costs = {
-                size: by_place[label, size].race.time(name).median / size * 1e6
-                for size in sizes
-                if name in by_place[label, size].race.seconds
-            }
-            grown = ""
-            if usual in costs and sizes[-1] in costs and sizes[-1] > usual:
-                grown = f"{costs[sizes[-1]] / costs[usual]:.2f}"
-            shown = (f"{costs[size]:.3f}" if size in costs else "" for size in sizes)
-            rows.append((label, name, *shown, grown))
-    return _table(("question", "contestant", *map(str, sizes), "growth"), rows)
+            grown = demands.growth(results, usual, name).get(label)
+            rows.append(
+                (
+                    label,
+                    name,
+                    *(_microseconds(lines[label, size], name) for size in sizes),
+                    "" if grown is None else _grown(grown, name),
+                )
+            )
+    return table(("question", "contestant", *map(str, sizes), "growth"), rows)
+
+
+def _microseconds(line: Line, name: str) -> str:
+    if name not in line.race.seconds:
+        return ""
+    return f"{line.race.time(name).median / line.records * 1e6:.3f}"
+
+
+def _grown(value: float, name: str) -> str:
+    if name != EXTENSION:
+        return f"{value:.2f}"
+    return f"{value:.2f} / {demands.GROWTH_AT_MOST:g}{mark(value > demands.GROWTH_AT_MOST)}"
 
 
 def _memory(needs: list[Need]) -> str:
     names = list(dict.fromkeys(need.contestant for need in needs))
-    by_place = {(need.question, need.contestant): need for need in needs}
-
-    def cells(question: str, value: Callable[[Need], float]) -> list[str]:
-        return [f"{value(by_place[question, name]):.0f}" for name in names]
-
-    questions = dict.fromkeys(need.question for need in needs)
-    return _table(
-        ("question", *(f"{name}, peak" for name in names), *(f"{name}, result" for name in names)),
-        (
-            (question, *cells(question, lambda n: n.peak), *cells(question, lambda n: n.result))
-            for question in questions
-        ),
-    )
+    head = [f"{name}{part}" for name in names for part in ("", ", result")]
+    rows: dict[str, list[str]] = {}
+    for need in needs:
+        row = rows.setdefault(need.question, [need.question])
+        row.append(f"{need.peak:.0f}{mark(demands.needs_too_much(need))}")
+        row.append(f"{need.result:.0f}")
+    return table(("question", *head), rows.values())
 
 
 def _databases(results: Results) -> str:
-    head = (
-        "database",
-        "records",
-        "times the floor",
-        "faster than model",
-        "ms",
-        "floor, ms",
-        "fetch, ms",
-    )
-    return _table(
-        head,
+    return table(
+        ("database", "times the floor", "faster than model", "ms", "floor", "fetch", "records"),
         (
             (
                 fetch.database,
-                str(fetch.records),
-                _ratio(line.over_floor, line.floors, line.misses_floor),
-                _ratio(line.over_model),
-                _milliseconds(line),
-                _milliseconds(line, FLOOR),
+                ratio(line.over_floor, line.floors, line.misses_floor),
+                ratio(line.over_model),
+                milliseconds(line),
+                milliseconds(line, FLOOR),
                 f"{fetch.seconds.median * 1e3:.2f}",
+                str(fetch.records),
             )
             for line, fetch in zip(results.databases, results.fetches, strict=True)
         ),
@@ -209,15 +203,10 @@ def _databases(results: Results) -> str:
 
 def _imports(results: Results) -> str:
     race = results.imports
-    assert race is not None
-    return _table(
-        ("import", "ms", "times the standard modules / at most"),
-        (
-            (
-                name,
-                f"{race.time(name).median * 1e3:.2f}",
-                _ratio(race.ratio(name, STANDARD), 1.5 if name == EXTENSION else None),
-            )
-            for name in race.seconds
-        ),
-    )
+    rows = []
+    for name in race.seconds:
+        spread = race.ratio(name, STANDARD) if name != STANDARD else None
+        demand = demands.IMPORT_AT_MOST if name == EXTENSION else None
+        missed = spread is not None and demand is not None and spread.median > demand
+        rows.append((name, ratio(spread, demand, missed), f"{race.time(name).median * 1e3:.2f}"))
+    return table(("import", "times the standard modules", "ms"), rows)

@@ -6,11 +6,11 @@ from dataclasses import dataclass, field
 from typing import TYPE_CHECKING
 
 from side_by_side import Line
+from timing import Race
 
 if TYPE_CHECKING:
     from databases import Fetch
     from memory import Need
-    from timing import Race
 
 
 @dataclass
@@ -26,4 +26,4 @@ class Results:
     growth: list[Line] = field(default_factory=list)
     fetches: list[Fetch] = field(default_factory=list)
     memory: list[Need] = field(default_factory=list)
-    imports: Race | None = None
+    imports: Race = field(default_factory=Race)

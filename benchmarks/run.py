@@ -42,9 +42,15 @@ def main() -> None:
     except DisagreementError as error:
         sys.exit(f"benchmark: answers differ: {error}")
 
+    import demands
     import picture
     import report
 
+    print(
+        "\nNot met:" if (missed := list(demands.missed(run.results))) else "\nAll demands are met."
+    )
+    for text in missed:
+        print(f"  {text}")
     folder = paths.BUILD if arguments.quick else paths.BENCHMARKS
     for name, write in (("RESULTS.md", report.write), ("results.svg", picture.write)):
         write(folder / name, run.results)
