@@ -20,9 +20,6 @@ from differential.traps import (
 )
 from differential.world import World
 
-pytestmark = pytest.mark.filterwarnings("ignore::pytest.PytestUnraisableExceptionWarning")
-
-
 Action = Callable[[World, list[Any]], None]
 
 

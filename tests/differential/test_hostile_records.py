@@ -22,9 +22,6 @@ from differential.traps import (
 )
 from differential.world import NOW, World
 
-pytestmark = pytest.mark.filterwarnings("ignore::pytest.PytestUnraisableExceptionWarning")
-
-
 ERRORS: list[Callable[[], BaseException]] = [
     lambda: AttributeError("gone"),
     lambda: type("Missing", (AttributeError,), {})("gone"),

@@ -18,8 +18,6 @@ from differential.traps import (
 )
 from differential.world import World
 
-pytestmark = pytest.mark.filterwarnings("ignore::pytest.PytestUnraisableExceptionWarning")
-
 
 class Undecided(list):  # type: ignore[type-arg]
     """Like an array: has no truth."""
