@@ -172,8 +172,8 @@ class HookedWords(Hook):
             raise self.value
         return self.value  # type: ignore[no-any-return]
 
-    def __format__(self, specification: str) -> str:
-        self.did("format", specification)
+    def __format__(self, style: str) -> str:
+        self.did("format", style)
         return "formatted"
 
 

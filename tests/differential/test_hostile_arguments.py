@@ -165,7 +165,7 @@ class Comparing:
         self.w.note("comparing", "str")
         return "as written"
 
-    def __format__(self, specification: str) -> str:
+    def __format__(self, style: str) -> str:
         self.w.note("comparing", "format")
         return "as formatted"
 
