@@ -11,11 +11,15 @@ import machine
 import memory
 from frames import contest
 from operations import OPERATIONS, QUESTIONS, Operation
+from reads import require_same_reads
 from results import Results
 from settings import Settings
 from shapes import SHAPES, reshaped
 from side_by_side import Line, announce, compare
 from workloads import NARROW, WIDE
+
+# Every so manyth record is enough to see what is read.
+_FEW = 20
 
 
 class WholeRun:
@@ -47,11 +51,13 @@ class WholeRun:
     def operations(self, text: str = "") -> None:
         """Race on the operations whose label contains `text`."""
         announce(f"The operations, {self.settings.records} records")
-        self.results.operations = [
-            self._compare(operation, self.records[operation.workload], self.settings.rounds)
-            for operation in OPERATIONS
-            if text in operation.label
-        ]
+        model = self.modules[contestants.MODEL]
+        for operation in OPERATIONS:
+            if text in operation.label:
+                records = self.records[operation.workload]
+                require_same_reads(operation, records[::_FEW], model, self.floor)
+                line = self._compare(operation, records, self.settings.rounds)
+                self.results.operations.append(line)
 
     def frames(self) -> None:
         announce("Data frames")
