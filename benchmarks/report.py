@@ -22,10 +22,11 @@ compares times that were taken next to each other. *Extension* is `kestrune.sear
 *model* the same behaviour in plain Python (`tests/model/`); *Cython* the model compiled with it,
 unchanged; *read floor* loops in C++ that read what the question has to read of the records,
 through the interpreter's general calls, and do nothing else (`benchmarks/floor/`; they are
-checked to read the attributes that the model reads, in its order). The records are dataclasses decoded from JSON, as the example tracker
-returns them: *narrow* ones use 1 or 2 functions and 1 feature, *wide* ones 1 to 5 functions and
-1 to 4 features. Unless said otherwise there are {records} of them. The tracker's fetch is in no
-figure but its own. What is demanded of a figure stands after it; **!** marks what is not met.
+checked to read the attributes that the model reads, in its order). The records are dataclasses
+decoded from JSON, as the example tracker returns them: *narrow* ones use 1 or 2 functions and
+1 feature, *wide* ones 1 to 5 functions and 1 to 4 features. Unless said otherwise there are
+{records} of them. The tracker's fetch is in no figure but its own. What is demanded of a figure
+stands after it; **!** marks what is not met.
 """
 
 _OPERATIONS = """\
