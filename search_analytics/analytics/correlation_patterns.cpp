@@ -6,6 +6,7 @@
 #include "engine/pair_table.h"
 #include "engine/record_maker.h"
 #include "engine/time_window.h"
+#include "host/record_walk.h"
 
 namespace search_analytics {
 
@@ -15,16 +16,18 @@ namespace {
 
 void count_pairs(const ModuleState& state, PyObject* evals, PairTable& pairs) {
     const Names& names = state.names;
-    const UsageReader reader(state);
+    UsageReader reader(state);
+    AttributeReader passed_thresholds(names.passed_thresholds);
+    const ReadAhead ahead({&passed_thresholds}, {reader.metadata(Side::kFunctions)});
     KeySide used;
-    for_each(evals, [&](PyObject* ev) {
+    for_each_record(evals, ahead, [&](PyObject* ev) {
         used.clear();
         reader.for_each_value(ev, Side::kFunctions, names.function_name, [&](PyObject* name) {
             if (truth(name)) {
                 used.add(name);
             }
         });
-        pairs.add(used, [&] { return truth(attribute(ev, names.passed_thresholds).get()); });
+        pairs.add(used, [&] { return truth(passed_thresholds.read(ev).get()); });
     });
 }
 

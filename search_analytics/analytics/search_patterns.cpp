@@ -5,6 +5,7 @@
 #include "engine/filters.h"
 #include "engine/group_key.h"
 #include "engine/record_maker.h"
+#include "host/record_walk.h"
 
 namespace search_analytics {
 
@@ -39,12 +40,15 @@ struct Patterns {
 
 void count_patterns(const ModuleState& state, PyObject* evals, Patterns& patterns) {
     const Names& names = state.names;
-    const UsageReader reader(state);
+    UsageReader reader(state);
+    AttributeReader passed_thresholds(names.passed_thresholds);
+    AttributeReader tree_depth(names.tree_depth);
+    const ReadAhead ahead({&passed_thresholds, &tree_depth}, {reader.metadata(Side::kFunctions)});
     KeySide used;
-    for_each(evals, [&](PyObject* ev) {
-        const bool passed = truth(attribute(ev, names.passed_thresholds).get());
+    for_each_record(evals, ahead, [&](PyObject* ev) {
+        const bool passed = truth(passed_thresholds.read(ev).get());
         patterns.total_passed += passed ? 1 : 0;
-        patterns.depths.add(attribute(ev, names.tree_depth).get(), passed);
+        patterns.depths.add(tree_depth.read(ev).get(), passed);
         const Ref items = reader.items(ev, Side::kFunctions);
         if (!truth(items.get())) {
             return;

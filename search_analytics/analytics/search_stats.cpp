@@ -181,7 +181,7 @@ Ref get_search_stats(const Call& call) {
     }
     GroupedSums sums(state, {self, filters.era_id, call[names.aggregate_by], call[names.pnl_column],
                              windows.get()});
-    for_each(evals.get(), [&](PyObject* ev) { sums.add(ev); });
+    sums.add_all(evals.get());
 
     const Ref rows = shown_rows(call, sums);
     return make_result(call, rows, filters_applied, length(evals.get()),

@@ -6,7 +6,7 @@
 #include "engine/submission_status.h"
 #include "engine/tamper.h"
 #include "engine/time_window.h"
-#include "host/containers.h"
+#include "host/record_walk.h"
 
 namespace search_analytics {
 
@@ -72,51 +72,105 @@ struct Failure {
     Ref rejection_reason;
 };
 
+// Readers of what the scan wants of each evaluation.
+struct ScanReaders {
+    explicit ScanReaders(const Names& names)
+        : eval_type(names.eval_type),
+          eval_id(names.eval_id),
+          agent_is_pnl_mi(names.agent_is_pnl_mi),
+          is_pnl_mi(names.is_pnl_mi),
+          failure_reason(names.failure_reason),
+          failure_detail(names.failure_detail),
+          rejection_reason(names.rejection_reason),
+          strategy_pool_id(names.strategy_pool_id),
+          signal_pool_id(names.signal_pool_id),
+          strategy_signal_pool(names.strategy_signal_pool),
+          is_correlation(names.is_correlation) {}
+
+    AttributeReader eval_type;
+    AttributeReader eval_id;
+    AttributeReader agent_is_pnl_mi;
+    AttributeReader is_pnl_mi;
+    AttributeReader failure_reason;
+    AttributeReader failure_detail;
+    AttributeReader rejection_reason;
+    AttributeReader strategy_pool_id;
+    AttributeReader signal_pool_id;
+    AttributeReader strategy_signal_pool;
+    AttributeReader is_correlation;
+};
+
 class Scan {
    public:
     Scan(ModuleState& state, PyObject* engine, Findings& findings)
         : state_(state),
           names_(state.names),
+          read_(state.names),
           delta_is_original_(is_original(state, names_._pnl_mi_tamper_delta)),
           statuses_(state,
                     attribute_or_none(attribute(engine, names_._tracker).get(), names_._conn)),
+          blank_record_(blank_record(state.names)),
           findings_(findings) {}
+
+    void add_all(PyObject* evals) {
+        const ReadAhead ahead({&read_.eval_type, &read_.eval_id, &read_.agent_is_pnl_mi,
+                               &read_.is_pnl_mi, &read_.failure_reason, &read_.is_correlation});
+        for_each_record(evals, ahead, [&](PyObject* ev) { add(ev); });
+    }
+
+   private:
+    // A record whose keys stand in their order, with nothing known.
+    static Ref blank_record(const Names& names) {
+        Ref record = new_dict();
+        for (PyObject* key :
+             {names.eval_type, names.eval_id, names.strategy_pool_id, names.signal_pool_id,
+              names.strategy_signal_pool, names.status, names.useful_flag, names.rejection_reason,
+              names.is_correlation, names.is_pnl_mi, names.agent_is_pnl_mi, names.failure_reason,
+              names.failure_detail, names.agent_server_is_pnl_mi_delta}) {
+            set_item(record, key, Py_None);
+        }
+        return record;
+    }
+
+    static void fill(const Ref& record, PyObject* key, const Ref& value) {
+        if (!value.is_none()) {
+            set_item(record, key, value.get());
+        }
+    }
 
     // Judges one evaluation: its rationale always, a tamper candidate if anything says so.
     void add(PyObject* ev) {
-        const Ref eval_type = attribute(ev, names_.eval_type);
-        const SubmissionStatus status = statuses_.read(ev, eval_type.get());
+        const Ref eval_type = read_.eval_type.read(ev);
+        const SubmissionStatus status = statuses_.read(ev, eval_type.get(), read_.eval_id);
         count_usefulness(status.useful.get());
 
-        const Ref agent_measure = attribute_or_none(ev, names_.agent_is_pnl_mi);
-        const Ref server_measure = attribute_or_none(ev, names_.is_pnl_mi);
+        const Ref agent_measure = read_.agent_is_pnl_mi.read_or_none(ev);
+        const Ref server_measure = read_.is_pnl_mi.read_or_none(ev);
         const Ref delta = tamper_delta(agent_measure, server_measure);
-        const Failure failure = {attribute_or_none(ev, names_.failure_reason),
-                                 attribute_or_none(ev, names_.failure_detail),
-                                 attribute_or_none(ev, names_.rejection_reason)};
+        const Failure failure = {read_.failure_reason.read_or_none(ev),
+                                 read_.failure_detail.read_or_none(ev),
+                                 read_.rejection_reason.read_or_none(ev)};
         const bool is_marked = is_marked_tampering(failure, status.rejection_reason);
 
-        const Ref record = new_dict();
+        const Ref record = Ref::steal(PyDict_Copy(blank_record_.get()));
         add_identity(record, ev, eval_type, status);
-        set_item(record, names_.status, status.status.get());
-        set_item(record, names_.useful_flag, status.useful.get());
-        set_item(
+        fill(record, names_.status, status.status);
+        fill(record, names_.useful_flag, status.useful);
+        fill(
             record, names_.rejection_reason,
-            (status.rejection_reason.is_none() ? failure.rejection_reason : status.rejection_reason)
-                .get());
-        set_item(record, names_.is_correlation, attribute_or_none(ev, names_.is_correlation).get());
-        set_item(record, names_.is_pnl_mi, server_measure.get());
-        set_item(record, names_.agent_is_pnl_mi, agent_measure.get());
-        set_item(record, names_.failure_reason, failure.reason.get());
-        set_item(record, names_.failure_detail, failure.detail.get());
-        set_item(record, names_.agent_server_is_pnl_mi_delta, delta.get());
+            status.rejection_reason.is_none() ? failure.rejection_reason : status.rejection_reason);
+        fill(record, names_.is_correlation, read_.is_correlation.read_or_none(ev));
+        fill(record, names_.is_pnl_mi, server_measure);
+        fill(record, names_.agent_is_pnl_mi, agent_measure);
+        fill(record, names_.failure_reason, failure.reason);
+        fill(record, names_.failure_detail, failure.detail);
+        fill(record, names_.agent_server_is_pnl_mi_delta, delta);
         append(findings_.rationale, record.get());
         if (!delta.is_none() || is_marked) {
             add_candidate(record, !delta.is_none(), is_marked);
         }
     }
 
-   private:
     void count_usefulness(PyObject* useful) {
         if (useful == Py_True) {
             ++findings_.useful;
@@ -136,17 +190,18 @@ class Scan {
 
     // Whether any of the reasons given holds "tamper", in capitals or not ("tampering", too).
     bool is_marked_tampering(const Failure& failure, const Ref& row_reason) const {
-        const Ref words = new_list();
+        Ref words;
         for (const Ref* reason :
              {&failure.reason, &failure.detail, &row_reason, &failure.rejection_reason}) {
             as_generator_body([&] {
-                if (truth(reason->get())) {
+                if (!reason->is_none() && truth(reason->get())) {
                     const Ref shown = text(reason->get());
+                    words = words.empty() ? new_list() : std::move(words);
                     append(words, call_method(shown.get(), names_.lower).get());
                 }
             });
         }
-        if (list_size(words) == 0) {
+        if (words.empty()) {
             return false;
         }
         const Ref joined = Ref::steal(PyUnicode_Join(unicode(" ").get(), words.get()));
@@ -155,25 +210,23 @@ class Scan {
 
     // The pool that the evaluation went to: by its status row, else by its own attribute; only
     // for the type of evaluation that has such a pool.
-    Ref pool_of(PyObject* ev, const Ref& eval_type, PyObject* wanted_type, PyObject* name,
-                const SubmissionStatus& status) const {
+    static Ref pool_of(PyObject* ev, const Ref& eval_type, PyObject* wanted_type,
+                       AttributeReader& reader, const SubmissionStatus& status) {
         if (!equal(eval_type.get(), wanted_type)) {
             return Ref::none();
         }
-        return status.pool.is_none() ? attribute_or_none(ev, name) : status.pool.copy();
+        return status.pool.is_none() ? reader.read_or_none(ev) : status.pool.copy();
     }
 
     void add_identity(const Ref& record, PyObject* ev, const Ref& eval_type,
-                      const SubmissionStatus& status) const {
-        set_item(record, names_.eval_type, eval_type.get());
-        set_item(record, names_.eval_id, attribute(ev, names_.eval_id).get());
-        set_item(record, names_.strategy_pool_id,
-                 attribute_or_none(ev, names_.strategy_pool_id).get());
-        set_item(record, names_.signal_pool_id,
-                 pool_of(ev, eval_type, names_.signal, names_.signal_pool_id, status).get());
-        set_item(
-            record, names_.strategy_signal_pool,
-            pool_of(ev, eval_type, names_.strategy, names_.strategy_signal_pool, status).get());
+                      const SubmissionStatus& status) {
+        fill(record, names_.eval_type, eval_type);
+        fill(record, names_.eval_id, read_.eval_id.read(ev));
+        fill(record, names_.strategy_pool_id, read_.strategy_pool_id.read_or_none(ev));
+        fill(record, names_.signal_pool_id,
+             pool_of(ev, eval_type, names_.signal, read_.signal_pool_id, status));
+        fill(record, names_.strategy_signal_pool,
+             pool_of(ev, eval_type, names_.strategy, read_.strategy_signal_pool, status));
     }
 
     void add_candidate(const Ref& record, bool disagrees, bool is_marked) {
@@ -191,8 +244,10 @@ class Scan {
 
     const ModuleState& state_;
     const Names& names_;
+    ScanReaders read_;
     bool delta_is_original_;
     SubmissionStatusReader statuses_;
+    Ref blank_record_;
     Findings& findings_;
 };
 
@@ -245,7 +300,7 @@ Ref get_yield_analysis(const Call& call) {
     yield.lifetime_rate = ratio(yield.passed, yield.total);
     measure_recent(state, evals.get(), recent_minutes, yield);
     Scan scan(state, self, findings);
-    for_each(evals.get(), [&](PyObject* ev) { scan.add(ev); });
+    scan.add_all(evals.get());
     return make_result(call, yield, findings);
 }
 

@@ -4,6 +4,7 @@
 
 #include "engine/filters.h"
 #include "engine/usage.h"
+#include "host/record_walk.h"
 
 namespace search_analytics {
 
@@ -40,9 +41,10 @@ Ref evaluation_history(const ModuleState& state, PyObject* engine, const Filters
 }
 
 Ref submitted_only(const Names& names, PyObject* evals) {
+    AttributeReader submitted(names.submitted);
     Ref kept = new_list();
-    for_each(evals, [&](PyObject* ev) {
-        if (truth(attribute(ev, names.submitted).get())) {
+    for_each_record(evals, ReadAhead({&submitted}), [&](PyObject* ev) {
+        if (truth(submitted.read(ev).get())) {
             append(kept, ev);
         }
     });
@@ -57,7 +59,7 @@ struct UsageFilter {
 
     bool is_set() const { return wanted != Py_None; }
 
-    bool accepts(const UsageReader& reader, PyObject* ev) const {
+    bool accepts(UsageReader& reader, PyObject* ev) const {
         bool found = false;
         const Ref items = reader.items(ev, side);
         for_each_until(items.get(), [&](PyObject* item) {
@@ -87,9 +89,10 @@ Ref filtered_by_usage(const ModuleState& state, const Filters& filters, Ref eval
     if (!any_set) {
         return evals;
     }
-    const UsageReader reader(state);
+    UsageReader reader(state);
+    const ReadAhead ahead({}, {reader.metadata(Side::kFunctions)});
     Ref kept = new_list();
-    for_each(evals.get(), [&](PyObject* ev) {
+    for_each_record(evals.get(), ahead, [&](PyObject* ev) {
         for (const UsageFilter& filter : usage_filters) {
             if (filter.is_set() && !filter.accepts(reader, ev)) {
                 return;

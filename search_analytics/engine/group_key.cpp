@@ -18,7 +18,7 @@ Ref build_group_key(const Call& call) {
     ModuleState& state = call.state();
     PyObject* record = call[state.names.ev];
     const Granularity granularity = granularity_of(state, call[state.names.aggregate_by]);
-    const UsageReader reader(state);
+    UsageReader reader(state);
     KeySide functions;
     KeySide features;
     functions.collect(reader, record, Side::kFunctions, granularity.function_key.get());
@@ -63,7 +63,7 @@ Ref frozen_set(const KeySide::Value* values, std::size_t count) {
     return set;
 }
 
-void KeySide::collect(const UsageReader& reader, PyObject* record, Side side, PyObject* key) {
+void KeySide::collect(UsageReader& reader, PyObject* record, Side side, PyObject* key) {
     const Ref items = reader.items(record, side);
     for_each(items.get(), [&](PyObject* item) {
         const Ref value = as_generator_body([&] { return reader.value(item, key, side); });

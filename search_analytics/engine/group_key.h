@@ -38,7 +38,7 @@ class KeySide {
     }
 
     // Adds what `reader` finds on `side` of `record`.
-    void collect(const UsageReader& reader, PyObject* record, Side side, PyObject* key);
+    void collect(UsageReader& reader, PyObject* record, Side side, PyObject* key);
 
     // Adds one value, as a set does.
     void add(PyObject* value);

@@ -2,6 +2,7 @@
 #include "engine/grouped_sums.h"
 
 #include "engine/statistic.h"
+#include "host/record_walk.h"
 
 namespace search_analytics {
 
@@ -27,9 +28,21 @@ bool is_fixed_granularity(const ModuleState& state, PyObject* aggregate_by) {
 
 }  // namespace
 
+GroupedSums::Readers::Readers(const Names& names)
+    : per_column_stats(names.per_column_stats),
+      sharpe(names.sharpe),
+      returns(names.returns),
+      turnover(names.turnover),
+      drawdown(names.drawdown),
+      correlation(names.correlation),
+      passed_thresholds(names.passed_thresholds),
+      timestamp(names.timestamp),
+      era_id(names.era_id) {}
+
 GroupedSums::GroupedSums(ModuleState& state, const SumsRequest& request)
     : state_(state),
       request_(request),
+      read_(state.names),
       reader_(state),
       builds_keys_(is_original_method(state, request.engine, state.names._build_group_key)),
       has_fixed_granularity_(builds_keys_ && is_fixed_granularity(state, request.aggregate_by)),
@@ -72,6 +85,13 @@ void GroupedSums::find_pools() {
     is_submittable_.resize(thresholds_.size());
 }
 
+void GroupedSums::add_all(PyObject* evals) {
+    const ReadAhead ahead({&read_.turnover, &read_.correlation, &read_.timestamp, &read_.era_id},
+                          {&read_.per_column_stats, reader_.metadata(Side::kFunctions),
+                           reader_.metadata(Side::kFeatures)});
+    for_each_record(evals, ahead, [&](PyObject* ev) { add(ev); });
+}
+
 void GroupedSums::add(PyObject* ev) {
     read_measures(ev);
     find_submittable();
@@ -87,27 +107,26 @@ void GroupedSums::add(PyObject* ev) {
 
 // The chosen column's table comes first, then the record's own value.
 Ref GroupedSums::column_measure(PyObject* per_column, PyObject* key, PyObject* ev,
-                                PyObject* name) const {
-    return contains(per_column, key) ? item(per_column, key) : attribute(ev, name);
+                                AttributeReader& reader) {
+    return contains(per_column, key) ? item(per_column, key) : reader.read(ev);
 }
 
 void GroupedSums::read_measures(PyObject* ev) {
-    const Names& names = state_.names;
     auto& values = measures_.values;
-    const Ref per_column = attribute(ev, names.per_column_stats);
+    const Ref per_column = read_.per_column_stats.read(ev);
     if (truth(per_column.get())) {
-        values[kSharpe] = column_measure(per_column.get(), sharpe_key_.get(), ev, names.sharpe);
-        values[kReturns] = column_measure(per_column.get(), returns_key_.get(), ev, names.returns);
+        values[kSharpe] = column_measure(per_column.get(), sharpe_key_.get(), ev, read_.sharpe);
+        values[kReturns] = column_measure(per_column.get(), returns_key_.get(), ev, read_.returns);
         values[kDrawdown] =
-            column_measure(per_column.get(), drawdown_key_.get(), ev, names.drawdown);
+            column_measure(per_column.get(), drawdown_key_.get(), ev, read_.drawdown);
     } else {
-        values[kSharpe] = attribute(ev, names.sharpe);
-        values[kReturns] = attribute(ev, names.returns);
-        values[kDrawdown] = attribute(ev, names.drawdown);
+        values[kSharpe] = read_.sharpe.read(ev);
+        values[kReturns] = read_.returns.read(ev);
+        values[kDrawdown] = read_.drawdown.read(ev);
     }
-    values[kTurnover] = attribute(ev, names.turnover);
-    values[kCorrelation] = attribute(ev, names.correlation);
-    measures_.passed = truth(attribute(ev, names.passed_thresholds).get());
+    values[kTurnover] = read_.turnover.read(ev);
+    values[kCorrelation] = read_.correlation.read(ev);
+    measures_.passed = truth(read_.passed_thresholds.read(ev).get());
     measures_.find_reals();
 }
 
@@ -142,9 +161,8 @@ std::size_t GroupedSums::group_of(PyObject* ev) {
 }
 
 void GroupedSums::count_into_windows(PyObject* ev, std::size_t group) {
-    const Names& names = state_.names;
-    const Ref timestamp = attribute(ev, names.timestamp);
-    const Ref era = attribute(ev, names.era_id);
+    const Ref timestamp = read_.timestamp.read(ev);
+    const Ref era = read_.era_id.read(ev);
     if (lifetime_ != kNotRequested) {
         count_into(group, lifetime_);
     }

@@ -24,8 +24,8 @@ class GroupedSums {
     // against the same moment.
     GroupedSums(host::ModuleState& state, const SumsRequest& request);
 
-    // Counts one evaluation into its group, and into each window that it falls into.
-    void add(PyObject* ev);
+    // Counts every evaluation into its group, and into each window that it falls into.
+    void add_all(PyObject* evals);
 
     std::size_t size() const { return groups_.size(); }
     host::Ref key(std::size_t group) const { return groups_.key(group); }
@@ -51,18 +51,34 @@ class GroupedSums {
         return group * windows_.size() + window;
     }
 
+    void add(PyObject* ev);
     void find_windows(PyObject* time_windows);
     void find_pools();
     void read_measures(PyObject* ev);
     host::Ref column_measure(PyObject* per_column, PyObject* key, PyObject* ev,
-                             PyObject* name) const;
+                             host::AttributeReader& reader);
     void find_submittable();
     std::size_t group_of(PyObject* ev);
     void count_into_windows(PyObject* ev, std::size_t group);
     void count_into(std::size_t group, std::size_t window);
 
+    struct Readers {
+        explicit Readers(const host::Names& names);
+
+        host::AttributeReader per_column_stats;
+        host::AttributeReader sharpe;
+        host::AttributeReader returns;
+        host::AttributeReader turnover;
+        host::AttributeReader drawdown;
+        host::AttributeReader correlation;
+        host::AttributeReader passed_thresholds;
+        host::AttributeReader timestamp;
+        host::AttributeReader era_id;
+    };
+
     host::ModuleState& state_;
     SumsRequest request_;
+    Readers read_;
     UsageReader reader_;
     bool builds_keys_;  // the engine's _build_group_key is the class's own
     bool has_fixed_granularity_;

@@ -82,14 +82,15 @@ Ref SubmissionStatusReader::query_text() {
     return query_.copy();
 }
 
-SubmissionStatus SubmissionStatusReader::read(PyObject* ev, PyObject* eval_type) {
+SubmissionStatus SubmissionStatusReader::read(PyObject* ev, PyObject* eval_type,
+                                              AttributeReader& eval_id) {
     const Names& names = state_.names;
     SubmissionStatus found = {Ref::none(), Ref::none(), Ref::none(), Ref::none()};
     find_table(eval_type);
     if (table_exists()) {
         const Ref execute = attribute(conn_.get(), names.execute);
         const Ref query = query_text();
-        const Ref parameters = tuple_of(attribute(ev, names.eval_id));
+        const Ref parameters = tuple_of(eval_id.read(ev));
         const Ref cursor = call(execute.get(), query.get(), parameters.get());
         const Ref row = call_method(cursor.get(), names.fetchone);
         if (!row.is_none()) {

@@ -1,6 +1,7 @@
 // What became of an evaluation that was submitted, by the tracker's database.
 #pragma once
 
+#include "host/attribute_reader.h"
 #include "host/function.h"
 
 namespace search_analytics {
@@ -20,8 +21,8 @@ class SubmissionStatusReader {
     // `conn` may be None, where the tracker has no database.
     SubmissionStatusReader(host::ModuleState& state, host::Ref conn);
 
-    // The status of one evaluation, whose type was read before.
-    SubmissionStatus read(PyObject* ev, PyObject* eval_type);
+    // The status of one evaluation, whose type was read before; its id is read if it is needed.
+    SubmissionStatus read(PyObject* ev, PyObject* eval_type, host::AttributeReader& eval_id);
 
    private:
     void find_table(PyObject* eval_type);

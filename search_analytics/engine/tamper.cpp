@@ -17,6 +17,9 @@ constexpr double kTolerance = 1e-9;
 
 // float(value), or nothing where the value is no number.
 std::optional<Ref> as_float(PyObject* value) {
+    if (PyFloat_CheckExact(value)) {
+        return Ref::share(value);
+    }
     try {
         return Ref::steal(PyNumber_Float(value));
     } catch (const ErrorSet&) {
@@ -28,9 +31,14 @@ std::optional<Ref> as_float(PyObject* value) {
     }
 }
 
+// math.isfinite(value)
 bool is_finite(const ModuleState& state, const Ref& value) {
     const Ref math = load_global(state, state.names.math);
-    return truth(call_method(math.get(), state.names.isfinite, value.get()).get());
+    const Ref test = attribute(math.get(), state.names.isfinite);
+    if (is_bound(state, state.names.isfinite, test.get())) {
+        return std::isfinite(PyFloat_AS_DOUBLE(value.get()));
+    }
+    return truth(call(test.get(), value.get()).get());
 }
 
 Ref pnl_mi_tamper_delta_function(const Call& call) {

@@ -1,7 +1,7 @@
 // Time windows: which records fall into one.
 #include "engine/time_window.h"
 
-#include "host/containers.h"
+#include "host/record_walk.h"
 
 namespace search_analytics {
 
@@ -9,12 +9,11 @@ using namespace host;
 
 namespace {
 
-// A new list of the records of `evals` that `accepts` takes.
-template <typename Accepts>
-Ref records_where(PyObject* evals, Accepts&& accepts) {
+Ref records_of_era(const Names& names, PyObject* evals, PyObject* wanted_era) {
+    AttributeReader era_id(names.era_id);
     Ref kept = new_list();
-    for_each(evals, [&](PyObject* ev) {
-        if (accepts(ev)) {
+    for_each_record(evals, ReadAhead({&era_id}), [&](PyObject* ev) {
+        if (equal(era_id.read(ev).get(), wanted_era)) {
             append(kept, ev);
         }
     });
@@ -38,8 +37,7 @@ Ref filter_by_time_window(const Call& call) {
         if (era_id == Py_None) {
             return Ref::share(evals);
         }
-        return records_where(
-            evals, [&](PyObject* ev) { return equal(attribute(ev, names.era_id).get(), era_id); });
+        return records_of_era(names, evals, era_id);
     }
     if (is_member(names.LAST_WEEK)) {
         return records_since(names, evals, Cutoff(cutoff_before(call[names.now], kSecondsPerWeek)));
@@ -64,14 +62,21 @@ Cutoff::Cutoff(Ref moment)
       seconds_(is_real_ ? PyFloat_AS_DOUBLE(moment_.get()) : 0.0) {}
 
 Ref records_since(const Names& names, PyObject* evals, const Cutoff& cutoff) {
-    return records_where(
-        evals, [&](PyObject* ev) { return cutoff.includes(attribute(ev, names.timestamp).get()); });
+    AttributeReader timestamp(names.timestamp);
+    Ref kept = new_list();
+    for_each_record(evals, ReadAhead({&timestamp}), [&](PyObject* ev) {
+        if (cutoff.includes(timestamp.read(ev).get())) {
+            append(kept, ev);
+        }
+    });
+    return kept;
 }
 
 Py_ssize_t passed_count(const Names& names, PyObject* evals) {
+    AttributeReader passed_thresholds(names.passed_thresholds);
     Py_ssize_t count = 0;
-    for_each(evals, [&](PyObject* ev) {
-        count += truth(attribute(ev, names.passed_thresholds).get()) ? 1 : 0;
+    for_each_record(evals, ReadAhead({&passed_thresholds}), [&](PyObject* ev) {
+        count += truth(passed_thresholds.read(ev).get()) ? 1 : 0;
     });
     return count;
 }

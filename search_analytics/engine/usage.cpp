@@ -39,8 +39,9 @@ Ref call_usage_items(const ModuleState& state, PyObject* record, PyObject* metad
 
 Ref usage_items_function(const Call& call) {
     const Names& names = call.names();
-    return usage_items(call[names.record], call[names.metadata_attr], call[names.names_attr],
-                       call[names.name_key]);
+    AttributeReader metadata(call[names.metadata_attr]);
+    AttributeReader bare_names(call[names.names_attr]);
+    return usage_items(call[names.record], metadata, bare_names, call[names.name_key]);
 }
 
 Ref function_items(const Call& call) {
@@ -62,13 +63,13 @@ Ref usage_value_function(const Call& call) {
 
 }  // namespace
 
-Ref usage_items(PyObject* record, PyObject* metadata_attr, PyObject* names_attr,
+Ref usage_items(PyObject* record, AttributeReader& metadata, AttributeReader& bare_names,
                 PyObject* name_key) {
-    Ref metadata = attribute_or_none(record, metadata_attr);
-    if (truth(metadata.get())) {
-        return metadata;
+    Ref rich = metadata.read_or_none(record);
+    if (truth(rich.get())) {
+        return rich;
     }
-    Ref names = attribute_or_none(record, names_attr);
+    Ref names = bare_names.read_or_none(record);
     if (!truth(names.get())) {
         return new_list();
     }
@@ -96,28 +97,34 @@ Ref usage_value(const Names& names, PyObject* item, PyObject* key, PyObject* nam
     return is_truthy_value(value.get()) ? std::move(value) : Ref::share(names.empty);
 }
 
+UsageReader::SideReaders::SideReaders(const ModuleState& state, PyObject* items_name,
+                                      PyObject* metadata_attr, PyObject* names_attr,
+                                      PyObject* item_name_key)
+    : metadata(metadata_attr),
+      names(names_attr),
+      name_key(item_name_key),
+      items_function(items_name),
+      items_are_original(is_original(state, items_name) &&
+                         is_original(state, state.names._usage_items)) {}
+
 UsageReader::UsageReader(const ModuleState& state)
     : state_(state),
-      functions_{state.names.function_metadata, state.names.functions, state.names.function_name},
-      features_{state.names.feature_metadata, state.names.features, state.names.feature_name} {
-    const bool items_original = is_original(state, state.names._usage_items);
-    items_are_original_[0] = items_original && is_original(state, state.names._function_items);
-    items_are_original_[1] = items_original && is_original(state, state.names._feature_items);
-    value_is_original_ = is_original(state, state.names._usage_value);
-}
+      functions_(state, state.names._function_items, state.names.function_metadata,
+                 state.names.functions, state.names.function_name),
+      features_(state, state.names._feature_items, state.names.feature_metadata,
+                state.names.features, state.names.feature_name),
+      value_is_original_(is_original(state, state.names._usage_value)) {}
 
-Ref UsageReader::items(PyObject* record, Side side) const {
-    const Names& names = state_.names;
-    const SideNames& side_names = names_of(side);
-    if (items_are_original_[static_cast<int>(side)]) {
-        return usage_items(record, side_names.metadata, side_names.names, side_names.name_key);
+Ref UsageReader::items(PyObject* record, Side side) {
+    SideReaders& readers = of(side);
+    if (readers.items_are_original) {
+        return usage_items(record, readers.metadata, readers.names, readers.name_key);
     }
-    return call_global(
-        state_, side == Side::kFunctions ? names._function_items : names._feature_items, record);
+    return call_global(state_, readers.items_function, record);
 }
 
 Ref UsageReader::value(PyObject* item, PyObject* key, Side side) const {
-    PyObject* name_key = names_of(side).name_key;
+    PyObject* name_key = of(side).name_key;
     if (value_is_original_) {
         return usage_value(state_.names, item, key, name_key);
     }

@@ -1,6 +1,7 @@
 // What an evaluation used: its functions and features as items, and the names in them.
 #pragma once
 
+#include "host/attribute_reader.h"
 #include "host/containers.h"
 #include "host/function.h"
 
@@ -21,39 +22,47 @@ class UsageReader {
     explicit UsageReader(const host::ModuleState& state);
 
     // _function_items(record) or _feature_items(record)
-    host::Ref items(PyObject* record, Side side) const;
+    host::Ref items(PyObject* record, Side side);
 
     // The item's value under `key`, by _usage_value with the side's name key to fall back on.
     host::Ref value(PyObject* item, PyObject* key, Side side) const;
 
     // Calls `visit` with the value of each item of `record` in turn.
     template <typename Visit>
-    void for_each_value(PyObject* record, Side side, PyObject* key, Visit&& visit) const;
+    void for_each_value(PyObject* record, Side side, PyObject* key, Visit&& visit);
+
+    // The reader of a side's metadata, for reading ahead.
+    const host::AttributeReader* metadata(Side side) const { return &of(side).metadata; }
 
    private:
-    struct SideNames {
-        PyObject* metadata;
-        PyObject* names;
+    struct SideReaders {
+        SideReaders(const host::ModuleState& state, PyObject* items_function, PyObject* metadata,
+                    PyObject* names, PyObject* name_key);
+
+        host::AttributeReader metadata;
+        host::AttributeReader names;
         PyObject* name_key;
+        PyObject* items_function;
+        bool items_are_original;
     };
-    const SideNames& names_of(Side side) const {
+    SideReaders& of(Side side) { return side == Side::kFunctions ? functions_ : features_; }
+    const SideReaders& of(Side side) const {
         return side == Side::kFunctions ? functions_ : features_;
     }
 
     const host::ModuleState& state_;
-    SideNames functions_;
-    SideNames features_;
-    bool items_are_original_[2];
+    SideReaders functions_;
+    SideReaders features_;
     bool value_is_original_;
 };
 
 // The algorithms of `_usage_items` and `_usage_value`.
-host::Ref usage_items(PyObject* record, PyObject* metadata_attr, PyObject* names_attr,
-                      PyObject* name_key);
+host::Ref usage_items(PyObject* record, host::AttributeReader& metadata,
+                      host::AttributeReader& names, PyObject* name_key);
 host::Ref usage_value(const host::Names& names, PyObject* item, PyObject* key, PyObject* name_key);
 
 template <typename Visit>
-void UsageReader::for_each_value(PyObject* record, Side side, PyObject* key, Visit&& visit) const {
+void UsageReader::for_each_value(PyObject* record, Side side, PyObject* key, Visit&& visit) {
     const host::Ref all = items(record, side);
     host::for_each(all.get(), [&](PyObject* item) {
         const host::Ref found = value(item, key, side);

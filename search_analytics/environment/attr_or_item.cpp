@@ -20,7 +20,7 @@ Ref get_attr_or_item(const Call& call) {
         return call_method(value, names.get, key, default_value);
     }
     if (!PyUnicode_Check(key)) {
-        return attribute(value, key);  // the interpreter's TypeError
+        return call_global(call.state(), names.getattr, value, key);  // TypeError in its own words
     }
     auto found = optional_attribute(value, key);
     return found ? std::move(*found) : Ref::share(default_value);

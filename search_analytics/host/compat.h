@@ -21,6 +21,13 @@
 #define SEARCH_ANALYTICS_INTERPRETER_SLOTS
 #endif
 
+// Whether instance_layout.h knows where this version keeps the attributes of an instance.
+#if PY_VERSION_HEX >= 0x030B0000 && PY_VERSION_HEX < 0x030E0000 && !defined(Py_GIL_DISABLED)
+#define SEARCH_ANALYTICS_KNOWS_INSTANCES 1
+#else
+#define SEARCH_ANALYTICS_KNOWS_INSTANCES 0
+#endif
+
 namespace search_analytics::host::compat {
 
 // Looks `name` up on `object`. Returns 1 and a new reference, 0 and null when there is no such

@@ -19,13 +19,17 @@ void bind_global(const ModuleState& state, PyObject* name, PyObject* value) {
     check(PyDict_SetItem(state.globals(), name, value));
 }
 
-bool is_original(const ModuleState& state, PyObject* name) {
+bool is_bound(const ModuleState& state, PyObject* name, PyObject* object) {
     if (state.bound == nullptr) {
         return false;
     }
+    const auto bound = dict_entry(state.bound, name);
+    return bound && bound->get() == object;
+}
+
+bool is_original(const ModuleState& state, PyObject* name) {
     const auto now = dict_entry(state.globals(), name);
-    const auto then = dict_entry(state.bound, name);
-    return now && then && now->get() == then->get();
+    return now && is_bound(state, name, now->get());
 }
 
 bool is_original_method(const ModuleState& state, PyObject* engine, PyObject* name) {

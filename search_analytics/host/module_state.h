@@ -53,6 +53,9 @@ void bind_global(const ModuleState& state, PyObject* name, PyObject* value);
 // Whether the global `name` is still the object that the module body bound.
 bool is_original(const ModuleState& state, PyObject* name);
 
+// Whether `object` is what the module body bound, or found, under `name`.
+bool is_bound(const ModuleState& state, PyObject* name, PyObject* object);
+
 // Whether `name` looked up on `engine` is the engine class's own method, so that no subclass,
 // instance or patch stands in its way. Looks the attribute up as a call would.
 bool is_original_method(const ModuleState& state, PyObject* engine, PyObject* name);

@@ -20,6 +20,7 @@
     NAME(find)                                                 \
     NAME(first)                                                \
     NAME(get)                                                  \
+    NAME(getattr)                                              \
     NAME(key)                                                  \
     NAME(lower)                                                \
     NAME(replace)                                              \

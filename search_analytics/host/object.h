@@ -50,7 +50,17 @@ inline bool compare(PyObject* left, PyObject* right, int operation) {
     return truth(Ref::steal(PyObject_RichCompare(left, right, operation)).get());
 }
 
-inline bool equal(PyObject* left, PyObject* right) { return compare(left, right, Py_EQ); }
+inline bool equal(PyObject* left, PyObject* right) {
+    if (PyUnicode_CheckExact(right)) {
+        if (PyUnicode_CheckExact(left)) {
+            return Ref::steal(PyUnicode_RichCompare(left, right, Py_EQ)).get() == Py_True;
+        }
+        if (left == Py_None) {
+            return false;
+        }
+    }
+    return compare(left, right, Py_EQ);
+}
 
 // str(object)
 inline Ref text(PyObject* object) { return Ref::steal(PyObject_Str(object)); }

@@ -14,9 +14,12 @@ namespace search_analytics::host {
 inline std::atomic<bool> interpreter_is_ending = false;
 
 // Drops a reference, unless this thread is being ended.
-inline void drop(PyObject* object) {
-    if (object == nullptr ||
-        (interpreter_is_ending.load(std::memory_order_relaxed) && PyGILState_Check() == 0)) {
+[[gnu::always_inline]] inline void drop(PyObject* object) {
+    if (object == nullptr) {
+        return;
+    }
+    if (interpreter_is_ending.load(std::memory_order_relaxed) && PyGILState_Check() == 0)
+        [[unlikely]] {
         return;
     }
     Py_DECREF(object);

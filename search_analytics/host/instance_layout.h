@@ -1,0 +1,81 @@
+// Where CPython keeps the attributes of an ordinary instance, for the versions that we know.
+//
+// Instances of a class whose attributes have not been asked for as a dictionary hold them in an
+// array that all instances number alike. Reading the array is what the interpreter's own
+// specialised instructions do; there is no call for it. Whoever uses this checks every class
+// against an ordinary look-up first (see AttributeReader); elsewhere nothing is found here.
+#pragma once
+
+#include <cstdint>
+
+#include "host/compat.h"
+
+namespace search_analytics::host {
+
+#if SEARCH_ANALYTICS_KNOWS_INSTANCES
+
+// The names of a class's instance attributes, in the order of their numbers.
+struct SharedKeys {
+    Py_ssize_t reference_count;
+    std::uint8_t log2_size;
+    std::uint8_t log2_index_bytes;
+    std::uint8_t kind;
+    std::uint32_t version;
+    Py_ssize_t usable;
+    Py_ssize_t entry_count;
+    char indices[1];
+
+    struct Entry {
+        PyObject* key;
+        PyObject* value;
+    };
+
+    const Entry* entries() const {
+        return reinterpret_cast<const Entry*>(indices + (std::size_t{1} << log2_index_bytes));
+    }
+};
+
+// The number of an attribute among the instances of a class, or -1.
+inline Py_ssize_t attribute_number(PyTypeObject* type, PyObject* name) {
+    constexpr unsigned long kNeeded = Py_TPFLAGS_HEAPTYPE | Py_TPFLAGS_MANAGED_DICT;
+    if ((type->tp_flags & kNeeded) != kNeeded) {
+        return -1;
+    }
+    const auto* keys = reinterpret_cast<const SharedKeys*>(
+        reinterpret_cast<PyHeapTypeObject*>(type)->ht_cached_keys);
+    for (Py_ssize_t i = 0; keys != nullptr && i < keys->entry_count; ++i) {
+        if (keys->entries()[i].key == name) {
+            return i;
+        }
+    }
+    return -1;
+}
+
+// The array of an instance's attributes, or null where it has a dictionary instead. A null entry
+// is an attribute that is not set. REQUIRES: attribute_number() knows the instance's class.
+inline PyObject** instance_values(PyObject* instance) {
+#if PY_VERSION_HEX >= 0x030D0000
+    if ((Py_TYPE(instance)->tp_flags & Py_TPFLAGS_INLINE_VALUES) == 0) {
+        return nullptr;
+    }
+    constexpr std::size_t kHeader = 8;
+    constexpr std::size_t kValid = 3;
+    char* values = reinterpret_cast<char*>(instance) + sizeof(PyObject);
+    return values[kValid] != 0 ? reinterpret_cast<PyObject**>(values + kHeader) : nullptr;
+#elif PY_VERSION_HEX >= 0x030C0000
+    char* tagged = reinterpret_cast<char**>(instance)[-3];
+    const bool is_values = (reinterpret_cast<std::uintptr_t>(tagged) & 1U) != 0;
+    return is_values ? reinterpret_cast<PyObject**>(tagged + 1) : nullptr;
+#else
+    return reinterpret_cast<PyObject***>(instance)[-4];
+#endif
+}
+
+#else
+
+inline Py_ssize_t attribute_number(PyTypeObject*, PyObject*) { return -1; }
+inline PyObject** instance_values(PyObject*) { return nullptr; }
+
+#endif
+
+}  // namespace search_analytics::host
