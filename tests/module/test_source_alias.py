@@ -144,3 +144,25 @@ def test_the_installed_module_keeps_its_own_path():
         assert search_analytics.__file__ == os.path.join(folder, "search_analytics.cpp")
     else:
         assert search_analytics.__file__ == search_analytics.__spec__.origin
+
+
+def test_a_path_of_a_text_subclass_is_asked_in_its_own_way(monkeypatch, source_text):
+    asked = []
+
+    class Path(str):
+        def __contains__(self, part):
+            asked.append(("in", part))
+            return False
+
+        def find(self, part):
+            asked.append(("find", part))
+            return 3
+
+        def __getitem__(self, piece):
+            asked.append(("cut", piece))
+            return source_text.removesuffix(".cpp")
+
+    monkeypatch.setattr(search_analytics, "__file__", Path("anything"))
+    search_analytics._alias_source_file()
+    assert search_analytics.__file__ == source_text
+    assert asked == [("in", ".cpp"), ("find", ".cpython-"), ("cut", slice(None, 3, None))]

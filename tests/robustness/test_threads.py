@@ -220,3 +220,59 @@ def test_threads_with_a_small_stack():
         assert len(results) == len(WALKS)
         """
     )
+
+
+def test_names_that_hand_over_the_lock_while_they_are_hashed_and_compared():
+    """In a child: other threads change everything while a set, a dictionary or a sort is busy."""
+    run_child(
+        """
+        import sys, threading, time
+        from support.operations import WALKS, ending, walk
+        from support.parts import engine_over, evaluation, using
+
+        class Name(str):
+            def __hash__(self):
+                time.sleep(0)
+                return hash(str(self)) % 3
+            def __eq__(self, other):
+                time.sleep(0)
+                return str(self) == str(other)
+            def __lt__(self, other):
+                time.sleep(0)
+                return str(self) < str(other)
+            def __del__(self):
+                time.sleep(0)
+
+        sys.setswitchinterval(1e-6)
+        functions = [Name(letter) for letter in "abcdef"]
+        evals = [evaluation(function_metadata=None, functions=functions) for _ in range(10)]
+        engine = engine_over(evals)
+        stop, rounds = threading.Event(), []
+
+        def read(number):
+            names = list(WALKS)
+            while not stop.is_set():
+                ending(lambda: walk(engine, names[number % len(names)]))
+                number += 1
+                rounds.append(number)
+
+        def write():
+            while not stop.is_set():
+                functions[:] = [Name(letter) for letter in "fedcba"]
+                evals[:] = [evaluation(function_metadata=None, functions=functions)] * 7
+
+        threads = [threading.Thread(target=read, args=(n,)) for n in range(8)]
+        threads += [threading.Thread(target=write)]
+        for thread in threads:
+            thread.start()
+        started = time.monotonic()
+        while time.monotonic() < started + (0.7 if len(rounds) > 50 else 60):
+            time.sleep(0.05)
+        stop.set()
+        for thread in threads:
+            thread.join(60)
+            assert not thread.is_alive()
+        assert len(rounds) > 50
+        """,
+        timeout=150,
+    )
