@@ -152,5 +152,5 @@ build/coverage/build.ninja: CMakePresets.json $(STAMPS)/build
 # One stamp for each file that clang-tidy has passed.
 $(BUILD)/tidy/%.ok: %.cpp $(CXX_HEADERS) .clang-tidy $(STAMPS)/lint | $(BUILD)/build.ninja
 	@echo "clang-tidy $<"
-	@clang-tidy --quiet -p $(BUILD) $< 2> $(BUILD)/tidy.log || { cat $(BUILD)/tidy.log; exit 1; }
+	@clang-tidy --quiet -p $(BUILD) --extra-arg=-Wno-error $< 2> $(BUILD)/tidy.log || { cat $(BUILD)/tidy.log; exit 1; }
 	@mkdir -p $(@D) && touch $@
