@@ -19,11 +19,11 @@ void count_families(CountTable& families, KeySide& used, bool passed) {
     if (used.is_plain() && families.runs_no_code()) {
         int unknown = 0;
         for (const KeySide::Value& family : used.values()) {
-            unknown += families.is_new(family.text.get()) ? 1 : 0;
+            unknown += families.is_new(family) ? 1 : 0;
         }
         if (unknown < 2) {
             for (const KeySide::Value& family : used.values()) {
-                families.add(family.text.get(), passed);
+                families.add(family, passed);
             }
             return;
         }

@@ -14,12 +14,35 @@ bool is_plain_key(PyObject* key) {
 
 }  // namespace
 
-std::optional<std::size_t> CountTable::number_of(PyObject* key) const {
-    const auto number = dict_entry(totals_.get(), key);
-    if (!number) {
-        return std::nullopt;
+std::size_t CountTable::number_new(PyObject* key) {
+    const std::size_t number = counts_.size();
+    set_item(totals_, key, integer(static_cast<Py_ssize_t>(number)).get());
+    counts_.emplace_back();
+    return number;
+}
+
+void CountTable::add_text(PyObject* text, Py_hash_t hash, bool is_pass) {
+    const std::size_t place = texts_.number_of(text, hash);
+    if (place == text_numbers_.size()) {
+        text_numbers_.push_back(number_new(text));
     }
-    return PyLong_AsSize_t(number->get());
+    counts_[text_numbers_[place]].add(is_pass);
+}
+
+std::size_t CountTable::number_of_object(PyObject* key) {
+    for (const KnownObject& known : known_objects_) {
+        if (known.key == key) {
+            return known.number;
+        }
+    }
+    if (const auto entry = dict_entry(totals_.get(), key)) {
+        return PyLong_AsSize_t(entry->get());
+    }
+    const std::size_t number = number_new(key);
+    if (known_objects_.size() < kMostKnownObjects) {
+        known_objects_.push_back({key, number});
+    }
+    return number;
 }
 
 void CountTable::add(PyObject* key, bool is_pass) {
@@ -33,13 +56,15 @@ void CountTable::add(PyObject* key, bool is_pass) {
         }
         return;
     }
-    auto number = number_of(key);
-    if (!number) {
-        number = counts_.size();
-        set_item(totals_, key, integer(static_cast<Py_ssize_t>(*number)).get());
-        counts_.emplace_back();
+    if (PyUnicode_CheckExact(key)) {
+        const Py_hash_t hash = PyObject_Hash(key);
+        if (hash == -1) {
+            throw ErrorSet();
+        }
+        add_text(key, hash, is_pass);
+        return;
     }
-    counts_[*number].add(is_pass);
+    counts_[number_of_object(key)].add(is_pass);
 }
 
 // dict[key] = dict.get(key, 0) + 1
@@ -58,6 +83,7 @@ void CountTable::become_dictionaries() {
             set_item(passes, key, integer(counts.passed).get());
         }
     });
+    known_objects_.clear();
     totals_ = std::move(totals);
     passes_ = std::move(passes);
     counts_.clear();

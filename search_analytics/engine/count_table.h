@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "engine/text_index.h"
 #include "host/containers.h"
 
 namespace search_analytics {
@@ -34,8 +35,15 @@ class CountTable {
     // Whether every key so far is hashed and compared without running code.
     bool runs_no_code() const { return passes_.empty(); }
 
-    // Whether a plain key has not been met yet. REQUIRES: runs_no_code().
-    bool is_new(PyObject* key) const { return !number_of(key); }
+    // Whether a plain string has not been met yet. REQUIRES: runs_no_code().
+    bool is_new(const KeySide::Value& text) const {
+        return texts_.find(text.text.get(), text.hash) == texts_.size();
+    }
+
+    // Adds a plain string. REQUIRES: runs_no_code().
+    void add(const KeySide::Value& text, bool is_pass) {
+        add_text(text.text.get(), text.hash, is_pass);
+    }
 
     // The keys as a new list.
     host::Ref keys() const { return host::list_of(totals_.get()); }
@@ -48,10 +56,24 @@ class CountTable {
     void for_each(Visit&& visit) const;
 
    private:
-    std::optional<std::size_t> number_of(PyObject* key) const;
+    std::size_t number_of_object(PyObject* key);
+    void add_text(PyObject* text, Py_hash_t hash, bool is_pass);
+    std::size_t number_new(PyObject* key);
     void become_dictionaries();
     static void increment(const host::Ref& dict, PyObject* key);
     Py_ssize_t passed(PyObject* key) const;
+
+    // While keys are plain: the numbers of the strings among them, and the numbers of the first
+    // other keys, by the very object (borrowed: totals_ owns it), since small ints are shared.
+    struct KnownObject {
+        PyObject* key;
+        std::size_t number;
+    };
+    static constexpr std::size_t kMostKnownObjects = 16;
+
+    TextIndex texts_;
+    std::vector<std::size_t> text_numbers_;
+    std::vector<KnownObject> known_objects_;
 
     // Key to number while keys are plain, and key to total afterwards.
     host::Ref totals_;

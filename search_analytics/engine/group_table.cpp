@@ -1,6 +1,7 @@
 // Numbering groups in the order in which they are first met.
 #include "engine/group_table.h"
 
+#include "engine/slots.h"
 #include "host/containers.h"
 
 namespace search_analytics {
@@ -51,8 +52,6 @@ bool same_set(const KeySide::Value* set, const Values& values) {
     return true;
 }
 
-constexpr std::size_t kFirstSlotCount = 64;
-
 }  // namespace
 
 bool GroupTable::matches(const Group& group, std::uint64_t hash, const KeySide& functions,
@@ -69,9 +68,7 @@ std::size_t GroupTable::number_of(KeySide& functions, KeySide& features) {
         const Ref feature_side = features.frozen();
         return number_of(tuple_of(function_side, feature_side));
     }
-    if ((groups_.size() + 1) * 2 > slots_.size()) {
-        grow_slots();
-    }
+    reserve_slot(slots_, groups_.size(), [&](std::size_t number) { return groups_[number].hash; });
     const std::uint64_t hash = key_hash(functions.values(), features.values());
     const std::size_t mask = slots_.size() - 1;
     std::size_t slot = hash & mask;
@@ -96,18 +93,6 @@ std::size_t GroupTable::add_plain(std::uint64_t hash, const KeySide& functions,
         }
     }
     return groups_.size() - 1;
-}
-
-void GroupTable::grow_slots() {
-    const std::size_t count = slots_.empty() ? kFirstSlotCount : slots_.size() * 2;
-    slots_.assign(count, 0);
-    for (std::size_t number = 0; number < groups_.size(); ++number) {
-        std::size_t slot = groups_[number].hash & (count - 1);
-        while (slots_[slot] != 0) {
-            slot = (slot + 1) & (count - 1);
-        }
-        slots_[slot] = static_cast<std::uint32_t>(number + 1);
-    }
 }
 
 std::size_t GroupTable::number_of(Ref key) {

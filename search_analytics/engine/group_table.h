@@ -41,7 +41,6 @@ class GroupTable {
     bool matches(const Group& group, std::uint64_t hash, const KeySide& functions,
                  const KeySide& features) const;
     std::size_t add_plain(std::uint64_t hash, const KeySide& functions, const KeySide& features);
-    void grow_slots();
     void become_dictionary();
 
     std::vector<KeySide::Value> values_;

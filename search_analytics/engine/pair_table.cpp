@@ -3,13 +3,13 @@
 
 #include <algorithm>
 
+#include "engine/slots.h"
+
 namespace search_analytics {
 
 using namespace host;
 
 namespace {
-
-constexpr std::size_t kFirstSlotCount = 64;
 
 std::uint64_t pair_hash(std::uint32_t first, std::uint32_t second) {
     std::uint64_t bits = (static_cast<std::uint64_t>(first) << 32) | second;
@@ -21,41 +21,7 @@ std::uint64_t pair_hash(std::uint32_t first, std::uint32_t second) {
 // The order of two plain strings, which runs no code.
 bool comes_before(PyObject* left, PyObject* right) { return PyUnicode_Compare(left, right) < 0; }
 
-// Doubles an open-addressing table when it is half full; `hash_of` gives an entry's hash.
-template <typename HashOf>
-void reserve_slot(std::vector<std::uint32_t>& slots, std::size_t entries, HashOf&& hash_of) {
-    if ((entries + 1) * 2 <= slots.size()) {
-        return;
-    }
-    slots.assign(slots.empty() ? kFirstSlotCount : slots.size() * 2, 0);
-    const std::size_t mask = slots.size() - 1;
-    for (std::size_t entry = 0; entry < entries; ++entry) {
-        std::size_t slot = hash_of(entry) & mask;
-        while (slots[slot] != 0) {
-            slot = (slot + 1) & mask;
-        }
-        slots[slot] = static_cast<std::uint32_t>(entry + 1);
-    }
-}
-
 }  // namespace
-
-std::uint32_t PairTable::number_of(PyObject* name, Py_hash_t hash) {
-    reserve_slot(name_slots_, names_.size(),
-                 [&](std::size_t entry) { return static_cast<std::uint64_t>(names_[entry].hash); });
-    const std::size_t mask = name_slots_.size() - 1;
-    std::size_t slot = static_cast<std::uint64_t>(hash) & mask;
-    for (; name_slots_[slot] != 0; slot = (slot + 1) & mask) {
-        const std::uint32_t number = name_slots_[slot] - 1;
-        if (names_[number].hash == hash && same_text(names_[number].text.get(), name)) {
-            return number;
-        }
-    }
-    names_.push_back({hash, Ref::share(name)});
-    const auto number = static_cast<std::uint32_t>(names_.size() - 1);
-    name_slots_[slot] = number + 1;
-    return number;
-}
 
 PassCounts& PairTable::plain_counts(Pair pair) {
     reserve_slot(pair_slots_, pairs_.size(), [&](std::size_t entry) {
@@ -79,18 +45,20 @@ void PairTable::number(KeySide& names) {
     row_.clear();
     if (names.is_plain()) {
         for (const KeySide::Value& name : names.values()) {
-            row_.push_back(number_of(name.text.get(), name.hash));
+            row_.push_back(
+                static_cast<std::uint32_t>(names_.number_of(name.text.get(), name.hash)));
         }
         return;
     }
     const Ref set = names.frozen();
-    for_each(set.get(),
-             [&](PyObject* name) { row_.push_back(number_of(name, PyObject_Hash(name))); });
+    for_each(set.get(), [&](PyObject* name) {
+        row_.push_back(static_cast<std::uint32_t>(names_.number_of(name, PyObject_Hash(name))));
+    });
 }
 
 void PairTable::add_row(bool passed) {
     std::ranges::sort(row_, [&](std::uint32_t left, std::uint32_t right) {
-        return comes_before(names_[left].text.get(), names_[right].text.get());
+        return comes_before(names_.text(left), names_.text(right));
     });
     for (std::size_t i = 0; i < row_.size(); ++i) {
         for (std::size_t j = i + 1; j < row_.size(); ++j) {
@@ -125,20 +93,20 @@ void PairTable::add_tuple(Ref tuple, bool passed) {
 void PairTable::become_tuples() {
     Ref numbers = new_dict();
     for (std::size_t pair = 0; pair < pairs_.size(); ++pair) {
-        tuples_.push_back(
-            tuple_of(names_[pairs_[pair].first].text, names_[pairs_[pair].second].text));
+        tuples_.push_back(Ref::steal(
+            PyTuple_Pack(2, names_.text(pairs_[pair].first), names_.text(pairs_[pair].second))));
         set_item(numbers, tuples_.back().get(), integer(static_cast<Py_ssize_t>(pair)).get());
     }
     numbers_ = std::move(numbers);
 }
 
 Ref PairTable::first(std::size_t pair) const {
-    return is_plain() ? names_[pairs_[pair].first].text.copy()
+    return is_plain() ? Ref::share(names_.text(pairs_[pair].first))
                       : Ref::share(PyTuple_GET_ITEM(tuples_[pair].get(), 0));
 }
 
 Ref PairTable::second(std::size_t pair) const {
-    return is_plain() ? names_[pairs_[pair].second].text.copy()
+    return is_plain() ? Ref::share(names_.text(pairs_[pair].second))
                       : Ref::share(PyTuple_GET_ITEM(tuples_[pair].get(), 1));
 }
 
@@ -154,8 +122,8 @@ std::vector<std::size_t> PairTable::best(std::size_t count) const {
         const Pair& one = pairs_[left];
         const Pair& other = pairs_[right];
         return one.first != other.first
-                   ? comes_before(names_[one.first].text.get(), names_[other.first].text.get())
-                   : comes_before(names_[one.second].text.get(), names_[other.second].text.get());
+                   ? comes_before(names_.text(one.first), names_.text(other.first))
+                   : comes_before(names_.text(one.second), names_.text(other.second));
     };
     count = std::min(count, ranking.size());
     std::ranges::partial_sort(ranking, ranking.begin() + static_cast<std::ptrdiff_t>(count),

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "engine/count_table.h"
-#include "engine/group_key.h"
+#include "engine/text_index.h"
 
 namespace search_analytics {
 
@@ -35,7 +35,6 @@ class PairTable {
         std::uint32_t second;
     };
 
-    std::uint32_t number_of(PyObject* name, Py_hash_t hash);
     void number(KeySide& names);
     PassCounts& plain_counts(Pair pair);
     void become_tuples();
@@ -43,10 +42,8 @@ class PairTable {
     void add_sorted(const host::Ref& ordered, bool passed);
     void add_tuple(host::Ref tuple, bool passed);
 
-    // Names by number, and the numbers by hash: open addressing, number plus one, 0 is free.
-    std::vector<KeySide::Value> names_;
-    std::vector<std::uint32_t> name_slots_;
-    // The same for pairs.
+    TextIndex names_;
+    // Pairs by number, and their slots.
     std::vector<Pair> pairs_;
     std::vector<PassCounts> counts_;
     std::vector<std::uint32_t> pair_slots_;

@@ -65,7 +65,11 @@ Ref records_since(const Names& names, PyObject* evals, const Cutoff& cutoff) {
     AttributeReader timestamp(names.timestamp);
     Ref kept = new_list();
     for_each_record(evals, ReadAhead({&timestamp}), [&](PyObject* ev) {
-        if (cutoff.includes(timestamp.read(ev).get())) {
+        PyObject* known = timestamp.known_place(ev);
+        const bool is_recent = known != nullptr && PyFloat_CheckExact(known)
+                                   ? cutoff.includes(known)
+                                   : cutoff.includes(timestamp.read(ev).get());
+        if (is_recent) {
             append(kept, ev);
         }
     });
@@ -76,7 +80,11 @@ Py_ssize_t passed_count(const Names& names, PyObject* evals) {
     AttributeReader passed_thresholds(names.passed_thresholds);
     Py_ssize_t count = 0;
     for_each_record(evals, ReadAhead({&passed_thresholds}), [&](PyObject* ev) {
-        count += truth(passed_thresholds.read(ev).get()) ? 1 : 0;
+        PyObject* known = passed_thresholds.known_place(ev);
+        const bool is_pass = known != nullptr && PyBool_Check(known)
+                                 ? known == Py_True
+                                 : truth(passed_thresholds.read(ev).get());
+        count += is_pass ? 1 : 0;
     });
     return count;
 }

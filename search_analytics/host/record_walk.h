@@ -34,6 +34,8 @@ class ReadAhead {
                 reader->prefetch_place(PyList_GET_ITEM(list, i + kArrays));
             }
             for_each_value(list, i + kValues, 0, prefetch_object);
+        }
+        if (i + kTables < size && plain_count_ < readers_.size()) {
             for_each_value(list, i + kTables, plain_count_, prefetch_table);
             for_each_value(list, i + kEntries, plain_count_, prefetch_entries);
             for_each_value(list, i + kItemTables, plain_count_,
