@@ -53,7 +53,11 @@ HandledException::HandledException(PyObject* exception) noexcept {
                      Py_NewRef(exception), PyException_GetTraceback(exception));
 }
 
-HandledException::~HandledException() { PyErr_SetExcInfo(type_, value_, traceback_); }
+HandledException::~HandledException() {
+    if (!thread_is_ending()) {
+        PyErr_SetExcInfo(type_, value_, traceback_);
+    }
+}
 
 void rethrow_from_generator() {
     if (!error_is(PyExc_StopIteration)) {

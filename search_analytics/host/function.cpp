@@ -20,7 +20,11 @@ class RecursionGuard {
             throw ErrorSet();
         }
     }
-    ~RecursionGuard() { Py_LeaveRecursiveCall(); }
+    ~RecursionGuard() {
+        if (!thread_is_ending()) {
+            Py_LeaveRecursiveCall();
+        }
+    }
     RecursionGuard(const RecursionGuard&) = delete;
     RecursionGuard& operator=(const RecursionGuard&) = delete;
 };

@@ -9,17 +9,19 @@
 
 namespace search_analytics::host {
 
-// Set when the interpreter begins to end. From then on a thread may be unwound without holding
-// the interpreter's lock; what it owns is left to the end of the process.
+// Set when the interpreter begins to end.
 inline std::atomic<bool> interpreter_is_ending = false;
+
+// Whether this thread is being unwound because the interpreter ends. It does not hold the
+// interpreter's lock then: no destructor may call into the interpreter, and what the thread owns
+// is left to the end of the process.
+inline bool thread_is_ending() {
+    return interpreter_is_ending.load(std::memory_order_relaxed) && PyGILState_Check() == 0;
+}
 
 // Drops a reference, unless this thread is being ended.
 [[gnu::always_inline]] inline void drop(PyObject* object) {
-    if (object == nullptr) {
-        return;
-    }
-    if (interpreter_is_ending.load(std::memory_order_relaxed) && PyGILState_Check() == 0)
-        [[unlikely]] {
+    if (object == nullptr || thread_is_ending()) {
         return;
     }
     Py_DECREF(object);

@@ -186,7 +186,7 @@ class StandsAmongLoadedModules {
     StandsAmongLoadedModules(const StandsAmongLoadedModules&) = delete;
     StandsAmongLoadedModules& operator=(const StandsAmongLoadedModules&) = delete;
     ~StandsAmongLoadedModules() {
-        if (added_) {
+        if (added_ && !thread_is_ending()) {
             Ref error;
             if (PyErr_Occurred() != nullptr) {
                 error = take_error();
