@@ -63,10 +63,8 @@ struct UsageFilter {
         bool found = false;
         const Ref items = reader.items(ev, side);
         for_each_until(items.get(), [&](PyObject* item) {
-            const Ref matches = as_generator_body([&] {
-                const Ref value = reader.value(item, key, side);
-                return Ref::steal(PyObject_RichCompare(value.get(), wanted, Py_EQ));
-            });
+            const Ref matches = as_generator_body(
+                [&] { return comparison(reader.value(item, key, side).get(), wanted, Py_EQ); });
             found = truth(matches.get());
             return !found;
         });
@@ -110,8 +108,8 @@ Ref fetch_evaluations(const Call& call) {
     Filters filters(call);
     alias_pools(names, filters);
     const Ref pools = load_global(state, names.EvalPool);
-    const Ref passed_only = Ref::steal(
-        PyObject_RichCompare(eval_pool, attribute(pools.get(), names.PASSED).get(), Py_EQ));
+    const Ref passed_only =
+        comparison(eval_pool, attribute(pools.get(), names.PASSED).get(), Py_EQ);
     Ref evals = evaluation_history(state, call[names.self], filters, passed_only.get());
     const Ref pools_now = load_global(state, names.EvalPool);
     if (equal(eval_pool, attribute(pools_now.get(), names.SUBMITTED).get())) {

@@ -42,22 +42,27 @@ inline void set_attribute(PyObject* object, PyObject* name, PyObject* value) {
     check(PyObject_SetAttr(object, name, value));
 }
 
-inline bool truth(PyObject* object) { return check_truth(PyObject_IsTrue(object)); }
+inline bool truth(PyObject* object) {
+    return PyBool_Check(object) ? object == Py_True : check_truth(PyObject_IsTrue(object));
+}
 
-// The truth of a comparison such as `left < right`; `operation` is Py_LT, Py_EQ and so on.
-// Two identical objects are not taken for equal: a NaN does not equal itself.
+// What a comparison such as `left < right` gives; `operation` is Py_LT, Py_EQ and so on. Two
+// identical objects are not taken for equal: a NaN does not equal itself.
+inline Ref comparison(PyObject* left, PyObject* right, int operation) {
+    if (PyUnicode_CheckExact(left) && PyUnicode_CheckExact(right)) {
+        return Ref::steal(PyUnicode_RichCompare(left, right, operation));
+    }
+    return Ref::steal(PyObject_RichCompare(left, right, operation));
+}
+
+// The truth of a comparison.
 inline bool compare(PyObject* left, PyObject* right, int operation) {
-    return truth(Ref::steal(PyObject_RichCompare(left, right, operation)).get());
+    return truth(comparison(left, right, operation).get());
 }
 
 inline bool equal(PyObject* left, PyObject* right) {
-    if (PyUnicode_CheckExact(right)) {
-        if (PyUnicode_CheckExact(left)) {
-            return Ref::steal(PyUnicode_RichCompare(left, right, Py_EQ)).get() == Py_True;
-        }
-        if (left == Py_None) {
-            return false;
-        }
+    if (left == Py_None && PyUnicode_CheckExact(right)) {
+        return false;
     }
     return compare(left, right, Py_EQ);
 }
