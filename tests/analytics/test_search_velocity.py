@@ -144,6 +144,12 @@ def test_an_endless_window_holds_everything_at_no_rate():
     assert (window.total_evaluations, window.evaluations_per_hour) == (1, 0.0)
 
 
+def test_a_window_of_no_length_in_hours_has_no_rate():
+    """The smallest number is positive, but a sixtieth of it is not."""
+    (window,) = velocity([evaluation(timestamp=NOW)], [5e-324]).windows
+    assert (window.total_evaluations, window.evaluations_per_hour) == (1, 0.0)
+
+
 def test_a_window_beyond_every_float_is_an_overflow_error():
     with pytest.raises(OverflowError):
         velocity(aged(1), [10**400])

@@ -211,6 +211,14 @@ def test_the_pool_comes_from_the_row_then_from_the_record(kind, column, other):
     assert rationale(record)[other] is None
 
 
+@pytest.mark.parametrize(
+    ("kind", "column"), [("signal", "signal_pool_id"), ("strategy", "strategy_signal_pool")]
+)
+def test_a_pool_that_nobody_knows_is_none(kind, column):
+    assert rationale(evaluation(eval_type=kind))[column] is None
+    assert rationale(evaluation(eval_type=kind), (None, None, None, None))[column] is None
+
+
 def test_other_types_have_no_pool():
     found = rationale(evaluation(eval_type="x", signal_pool_id=1, strategy_signal_pool=2))
     assert (found["signal_pool_id"], found["strategy_signal_pool"]) == (None, None)
