@@ -41,27 +41,32 @@ const FunctionDescription kDescendingKey = {"<lambda>", {}, {"row"}, {}, descend
 struct RankedRow {
     double score;
     Py_ssize_t count;
-    Ref row;
+    Py_ssize_t position;
 };
+
+// The row's place in the order, or nothing where it has none among floats.
+std::optional<RankedRow> ranked(const Names& names, PyObject* row, Py_ssize_t position) {
+    const Ref score = first_score(names, row);
+    const Ref count = attribute(row, names.evaluation_count);
+    if (!PyFloat_CheckExact(score.get()) || std::isnan(PyFloat_AS_DOUBLE(score.get())) ||
+        !PyLong_CheckExact(count.get())) {
+        return std::nullopt;
+    }
+    return RankedRow{PyFloat_AS_DOUBLE(score.get()), check_size(PyLong_AsSsize_t(count.get())),
+                     position};
+}
 
 }  // namespace
 
 bool sort_plain_rows(const Names& names, const Ref& rows, Direction direction) {
     std::vector<RankedRow> ranking;
-    ranking.reserve(static_cast<std::size_t>(list_size(rows)));
-    bool has_place = true;
-    for_each_until(rows.get(), [&](PyObject* row) {
-        const Ref score = first_score(names, row);
-        const Ref count = attribute(row, names.evaluation_count);
-        has_place = PyFloat_CheckExact(score.get()) && !std::isnan(PyFloat_AS_DOUBLE(score.get()));
-        if (has_place) {
-            ranking.push_back(
-                {PyFloat_AS_DOUBLE(score.get()), PyLong_AsSsize_t(count.get()), Ref::share(row)});
+    const Ref unsorted = list_of(rows.get());
+    for (Py_ssize_t i = 0; i < list_size(unsorted); ++i) {
+        const auto row = ranked(names, item(unsorted.get(), i).get(), i);
+        if (!row) {
+            return false;
         }
-        return has_place;
-    });
-    if (!has_place) {
-        return false;
+        ranking.push_back(*row);
     }
     std::ranges::stable_sort(ranking, [&](const RankedRow& left, const RankedRow& right) {
         if (left.score != right.score) {
@@ -71,7 +76,8 @@ bool sort_plain_rows(const Names& names, const Ref& rows, Direction direction) {
         return left.count > right.count;
     });
     for (std::size_t i = 0; i < ranking.size(); ++i) {
-        check(PyList_SetItem(rows.get(), static_cast<Py_ssize_t>(i), ranking[i].row.release()));
+        Ref row = item(unsorted.get(), ranking[i].position);
+        check(PyList_SetItem(rows.get(), static_cast<Py_ssize_t>(i), row.release()));
     }
     return true;
 }

@@ -20,7 +20,9 @@ Ref get_attr_or_item(const Call& call) {
         return call_method(value, names.get, key, default_value);
     }
     if (!PyUnicode_Check(key)) {
-        return call_global(call.state(), names.getattr, value, key);  // TypeError in its own words
+        // TypeError, in the built-in function's own words.
+        const auto getattr = dict_entry(PyEval_GetBuiltins(), names.getattr);
+        return getattr ? host::call(getattr->get(), value, key) : attribute(value, key);
     }
     auto found = optional_attribute(value, key);
     return found ? std::move(*found) : Ref::share(default_value);

@@ -39,8 +39,11 @@ class AttributeReader {
 
     // Hints that the record's place for the attribute will be read soon.
     void prefetch_place(PyObject* record) const {
-        if (Py_TYPE(record) == type_ && number_ >= 0) {
-            __builtin_prefetch(instance_values(record) + number_);
+        if (Py_TYPE(record) != type_ || number_ < 0) {
+            return;
+        }
+        if (PyObject** values = instance_values(record)) {
+            __builtin_prefetch(values + number_);
         }
     }
 

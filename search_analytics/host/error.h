@@ -2,6 +2,7 @@
 #pragma once
 
 #include <new>
+#include <stdexcept>
 
 #include "host/python.h"
 
@@ -91,6 +92,9 @@ Result at_boundary(Result failed, Body&& body) {
     } catch (const ErrorSet&) {
         return failed;
     } catch (const std::bad_alloc&) {
+        PyErr_NoMemory();
+        return failed;
+    } catch (const std::length_error&) {
         PyErr_NoMemory();
         return failed;
     }

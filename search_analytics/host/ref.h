@@ -9,14 +9,15 @@
 
 namespace search_analytics::host {
 
-// Set when the interpreter begins to end.
-inline std::atomic<bool> interpreter_is_ending = false;
+// The thread that ends the interpreter, from the moment when it begins to; 0 before.
+inline std::atomic<unsigned long> ending_thread = 0;
 
-// Whether this thread is being unwound because the interpreter ends. It does not hold the
-// interpreter's lock then: no destructor may call into the interpreter, and what the thread owns
-// is left to the end of the process.
+// Whether this thread may be unwound because another one ends the interpreter. It does not hold
+// the interpreter's lock then: no destructor may call into the interpreter, and what the thread
+// owns is left to the end of the process.
 inline bool thread_is_ending() {
-    return interpreter_is_ending.load(std::memory_order_relaxed) && PyGILState_Check() == 0;
+    const unsigned long ending = ending_thread.load(std::memory_order_relaxed);
+    return ending != 0 && ending != PyThread_get_thread_ident();
 }
 
 // Drops a reference, unless this thread is being ended.
@@ -33,7 +34,9 @@ class Ref {
    public:
     Ref() noexcept = default;
     Ref(Ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
-    Ref& operator=(Ref&& other) noexcept {
+    // Not `noexcept`, like the destructor: a thread may be unwound out of a finaliser.
+    // NOLINTNEXTLINE(performance-noexcept-move-constructor)
+    Ref& operator=(Ref&& other) {
         // The old object goes last: its finaliser may run code that looks at this Ref.
         PyObject* old = std::exchange(object_, std::exchange(other.object_, nullptr));
         drop(old);
@@ -41,7 +44,8 @@ class Ref {
     }
     Ref(const Ref&) = delete;
     Ref& operator=(const Ref&) = delete;
-    ~Ref() { drop(object_); }
+    // NOLINTNEXTLINE(performance-noexcept-destructor,bugprone-exception-escape)
+    ~Ref() noexcept(false) { drop(object_); }
 
     // Takes over a new reference as the interpreter's calls return it; null means that the call
     // failed, and is thrown on as ErrorSet.

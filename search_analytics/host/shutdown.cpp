@@ -9,7 +9,7 @@ namespace search_analytics::host {
 namespace {
 
 PyObject* note_interpreter_end(PyObject*, PyObject*) {
-    interpreter_is_ending.store(true, std::memory_order_relaxed);
+    ending_thread.store(PyThread_get_thread_ident(), std::memory_order_relaxed);
     return Py_NewRef(Py_None);
 }
 
@@ -17,8 +17,12 @@ PyMethodDef end_notice = {"note_interpreter_end", note_interpreter_end, METH_NOA
 
 }  // namespace
 
-// One notice does for all copies of the module in an interpreter, and keeps none of them alive.
+// Only the main interpreter's end ends threads. One notice does for all copies of the module, and
+// keeps none of them alive.
 void watch_for_interpreter_end(ModuleState& state) {
+    if (PyInterpreterState_Get() != PyInterpreterState_Main()) {
+        return;
+    }
     PyObject* registry = PyInterpreterState_GetDict(PyInterpreterState_Get());
     if (registry == nullptr) {
         throw ErrorSet();

@@ -5,7 +5,7 @@
 
 namespace search_analytics::host {
 
-// Has `interpreter_is_ending` set when the running interpreter begins to end.
+// Has `ending_thread` set when the main interpreter begins to end.
 void watch_for_interpreter_end(ModuleState& state);
 
 }  // namespace search_analytics::host

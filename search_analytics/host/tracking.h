@@ -15,26 +15,32 @@ class DeferredTracking {
     DeferredTracking() = default;
     DeferredTracking(const DeferredTracking&) = delete;
     DeferredTracking& operator=(const DeferredTracking&) = delete;
+    ~DeferredTracking() {
+        if (!thread_is_ending()) {
+            finish();
+        }
+    }
 
-    // Takes a fresh container out of sight. REQUIRES: nobody else has seen it, and it lives until
-    // finish() or is gone with the whole result.
+    // Takes a fresh container out of sight.
     void defer(PyObject* container) {
         if (PyObject_GC_IsTracked(container) != 0) {
             PyObject_GC_UnTrack(container);
-            deferred_.push_back(container);
+            deferred_.push_back(Ref::share(container));
         }
     }
 
     // Shows all of them to the collector, as if they had just been made.
     void finish() {
-        for (PyObject* container : deferred_) {
-            PyObject_GC_Track(container);
+        for (const Ref& container : deferred_) {
+            if (PyObject_GC_IsTracked(container.get()) == 0) {
+                PyObject_GC_Track(container.get());
+            }
         }
         deferred_.clear();
     }
 
    private:
-    std::vector<PyObject*> deferred_;
+    std::vector<Ref> deferred_;
 };
 
 }  // namespace search_analytics::host

@@ -75,13 +75,14 @@ void bind_resolution_helpers(ModuleState& state) {
 }
 
 // Keeps what the body bound, so that a caller's replacement is recognised later: every name, and
-// the constructor of every class.
+// the members of every class.
 void remember_originals(ModuleState& state) {
     const Ref bound = Ref::steal(PyDict_Copy(state.globals()));
     const Ref values = Ref::steal(PyDict_Values(state.globals()));
     for_each(values.get(), [&](PyObject* value) {
         if (PyType_Check(value)) {
-            set_item(bound, value, attribute(value, state.names.dunder_init).get());
+            const auto* type = reinterpret_cast<PyTypeObject*>(value);
+            set_item(bound, value, Ref::steal(PyDict_Copy(type->tp_dict)).get());
         }
     });
     // What the tamper test asks, under a name that no global of the module has.

@@ -1,0 +1,61 @@
+"""Record classes that a caller has changed in place: the change is honoured, as by a plain module."""
+
+from __future__ import annotations
+
+import gc
+from types import SimpleNamespace
+
+import kestrune.search_analytics as search_analytics
+import pytest
+from kestrune.search_analytics import StatsRow, WindowStats
+from support.parts import engine_over, using
+
+
+def rows(count: int = 300) -> list[StatsRow]:
+    """Return one row per group, of `count` groups whose mean sharpe rises."""
+    evaluations = [using(f"f{i}", sharpe=float(i)) for i in range(count)]
+    return engine_over(evaluations).get_search_stats(min_sample_size=0).rows
+
+
+def test_a_setter_under_a_field_may_drop_what_it_is_given(monkeypatch):
+    windows = [SimpleNamespace(composite_score=1.0)]
+    descriptor = property(lambda row: windows, lambda row, value: None)
+    monkeypatch.setattr(StatsRow, "windows", descriptor, raising=False)
+    found = rows()
+    gc.collect()
+    assert [row.windows for row in found] == [windows] * 300
+
+
+def test_a_count_that_is_no_number_fails_in_the_sort(monkeypatch):
+    descriptor = property(lambda row: "x", lambda row, value: None)
+    monkeypatch.setattr(StatsRow, "evaluation_count", descriptor)
+    with pytest.raises(TypeError, match="bad operand type for unary -: 'str'"):
+        rows()
+
+
+def test_a_constructor_put_in_the_class_is_called(monkeypatch):
+    made = []
+    original = WindowStats.__init__
+
+    def constructor(record, **fields):
+        made.append(list(fields))
+        original(record, **fields)
+
+    monkeypatch.setattr(WindowStats, "__init__", constructor)
+    rows(1)
+    assert made == [list(WindowStats.__annotations__)] * 4
+
+
+def test_rows_are_seen_by_the_collector():
+    found = rows()
+    assert all(gc.is_tracked(row) and gc.is_tracked(row.windows) for row in found)
+    assert all(gc.is_tracked(window) for row in found for window in row.windows)
+
+
+def test_pickling_a_record_changes_no_later_answer():
+    import pickle
+
+    before = rows()
+    assert pickle.loads(pickle.dumps(before, protocol=2)) == before
+    assert rows() == before
+    assert search_analytics.StatsRow is StatsRow
