@@ -1,4 +1,4 @@
-"""Record classes that a caller has changed in place: the change is honoured, as by a plain module."""
+"""Record classes that a caller changed in place: honoured, as by a plain module."""
 
 from __future__ import annotations
 

@@ -22,7 +22,7 @@ def test_there_are_three_snippets():
     assert len(SNIPPETS) == 3
 
 
-@pytest.mark.parametrize("source, printed", SNIPPETS, ids=["records", "names", "client"])
+@pytest.mark.parametrize(("source", "printed"), SNIPPETS, ids=["records", "names", "client"])
 def test_a_snippet_prints_what_stands_below_it(source, printed, tmp_path):
     path = os.pathsep.join([str(ROOT / "examples" / "client"), *filter(None, sys.path)])
     found = subprocess.run(
