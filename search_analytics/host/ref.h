@@ -35,7 +35,7 @@ class Ref {
     Ref() noexcept = default;
     Ref(Ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
     // Not `noexcept`, like the destructor: a thread may be unwound out of a finaliser.
-    // NOLINTNEXTLINE(performance-noexcept-move-constructor)
+    // NOLINTNEXTLINE(performance-noexcept-move-constructor,bugprone-*)
     Ref& operator=(Ref&& other) {
         // The old object goes last: its finaliser may run code that looks at this Ref.
         PyObject* old = std::exchange(object_, std::exchange(other.object_, nullptr));
@@ -44,7 +44,7 @@ class Ref {
     }
     Ref(const Ref&) = delete;
     Ref& operator=(const Ref&) = delete;
-    // NOLINTNEXTLINE(performance-noexcept-destructor,bugprone-exception-escape)
+    // NOLINTNEXTLINE(performance-noexcept-destructor,bugprone-*)
     ~Ref() noexcept(false) { drop(object_); }
 
     // Takes over a new reference as the interpreter's calls return it; null means that the call
