@@ -74,13 +74,20 @@ void bind_resolution_helpers(ModuleState& state) {
     }
 }
 
+// Whether an object is a class that Python code, or the like of it, made; the interpreter's own
+// keep their members elsewhere.
+bool is_class_statement(PyObject* object) {
+    return PyType_Check(object) &&
+           PyType_HasFeature(reinterpret_cast<PyTypeObject*>(object), Py_TPFLAGS_HEAPTYPE);
+}
+
 // Keeps what the body bound, so that a caller's replacement is recognised later: every name, and
 // the members of every class.
 void remember_originals(ModuleState& state) {
     const Ref bound = Ref::steal(PyDict_Copy(state.globals()));
     const Ref values = Ref::steal(PyDict_Values(state.globals()));
     for_each(values.get(), [&](PyObject* value) {
-        if (PyType_Check(value)) {
+        if (is_class_statement(value)) {
             const auto* type = reinterpret_cast<PyTypeObject*>(value);
             set_item(bound, value, Ref::steal(PyDict_Copy(type->tp_dict)).get());
         }
