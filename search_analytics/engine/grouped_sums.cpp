@@ -104,7 +104,7 @@ void GroupedSums::add(PyObject* ev) {
     ++counts_[group];
     // The sums of thousands of groups are as scattered as the records.
     for (std::size_t window = 0; window < windows_.size(); ++window) {
-        __builtin_prefetch(&sums_[cell(group, window)]);
+        prefetch(&sums_[cell(group, window)]);
     }
     count_into_windows(ev, group);
 }

@@ -1,8 +1,8 @@
 // Reading the same attribute of one record after another.
 #pragma once
 
-#include "host/instance_layout.h"
 #include "host/object.h"
+#include "host/prefetch.h"
 
 namespace search_analytics::host {
 
@@ -43,7 +43,7 @@ class AttributeReader {
             return;
         }
         if (PyObject** values = instance_values(record)) {
-            __builtin_prefetch(values + number_);
+            prefetch(values + number_);
         }
     }
 
