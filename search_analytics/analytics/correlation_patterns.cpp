@@ -17,10 +17,22 @@ namespace {
 void count_pairs(const ModuleState& state, PyObject* evals, PairTable& pairs) {
     const Names& names = state.names;
     UsageReader reader(state);
+    EntryReader function_name(names.function_name);
     AttributeReader passed_thresholds(names.passed_thresholds);
-    const ReadAhead ahead({&passed_thresholds}, {reader.metadata(Side::kFunctions)});
+    const ReadAhead ahead = ReadAhead()
+                                .flag(passed_thresholds)
+                                .items(*reader.metadata(Side::kFunctions), function_name);
     KeySide used;
-    for_each_record(evals, ahead, [&](PyObject* ev) {
+    const auto look = [&](PyObject* ev) {
+        PyObject* passed = passed_thresholds.known_place(ev);
+        if (passed == nullptr || !PyBool_Check(passed) || !pairs.is_plain() ||
+            !used.look(reader, ev, Side::kFunctions, function_name)) {
+            return false;
+        }
+        pairs.add(used, [&] { return passed == Py_True; });
+        return true;
+    };
+    for_each_record(evals, ahead, look, [&](PyObject* ev) {
         used.clear();
         reader.for_each_value(ev, Side::kFunctions, names.function_name, [&](PyObject* name) {
             if (truth(name)) {

@@ -32,34 +32,71 @@ void count_families(CountTable& families, KeySide& used, bool passed) {
     for_each(set.get(), [&](PyObject* family) { families.add(family, passed); });
 }
 
-struct Patterns {
-    CountTable depths;
-    CountTable families;
-    Py_ssize_t total_passed = 0;
-};
+// Counts evaluations by depth and by the families of their functions.
+class PatternCounter {
+   public:
+    explicit PatternCounter(const ModuleState& state)
+        : names_(state.names),
+          usage_(state),
+          family_(names_.function_family),
+          passed_thresholds_(names_.passed_thresholds),
+          tree_depth_(names_.tree_depth) {}
 
-void count_patterns(const ModuleState& state, PyObject* evals, Patterns& patterns) {
-    const Names& names = state.names;
-    UsageReader reader(state);
-    AttributeReader passed_thresholds(names.passed_thresholds);
-    AttributeReader tree_depth(names.tree_depth);
-    const ReadAhead ahead({&passed_thresholds, &tree_depth}, {reader.metadata(Side::kFunctions)});
-    KeySide used;
-    for_each_record(evals, ahead, [&](PyObject* ev) {
-        const bool passed = truth(passed_thresholds.read(ev).get());
-        patterns.total_passed += passed ? 1 : 0;
-        patterns.depths.add(tree_depth.read(ev).get(), passed);
-        const Ref items = reader.items(ev, Side::kFunctions);
+    void add_all(PyObject* evals) {
+        const ReadAhead ahead = ReadAhead()
+                                    .flag(passed_thresholds_)
+                                    .flag(tree_depth_)
+                                    .items(*usage_.metadata(Side::kFunctions), family_);
+        for_each_record(
+            evals, ahead, [&](PyObject* ev) { return look(ev); }, [&](PyObject* ev) { add(ev); });
+    }
+
+    const CountTable& depths() const { return depths_; }
+    const CountTable& families() const { return families_; }
+    Py_ssize_t total_passed() const { return total_passed_; }
+
+   private:
+    // Counts a record that can be read by looking.
+    bool look(PyObject* ev) {
+        PyObject* flag = passed_thresholds_.known_place(ev);
+        PyObject* depth = tree_depth_.known_place(ev);
+        if (flag == nullptr || !PyBool_Check(flag) || depth == nullptr ||
+            !depths_.runs_no_code_with(depth) || !families_.runs_no_code() ||
+            !used_.look(usage_, ev, Side::kFunctions, family_)) {
+            return false;
+        }
+        const bool passed = flag == Py_True;
+        total_passed_ += passed ? 1 : 0;
+        depths_.add(depth, passed);
+        count_families(families_, used_, passed);
+        return true;
+    }
+
+    void add(PyObject* ev) {
+        const bool passed = truth(passed_thresholds_.read(ev).get());
+        total_passed_ += passed ? 1 : 0;
+        depths_.add(tree_depth_.read(ev).get(), passed);
+        const Ref items = usage_.items(ev, Side::kFunctions);
         if (!truth(items.get())) {
             return;
         }
-        used.clear();
+        used_.clear();
         for_each(items.get(), [&](PyObject* item) {
-            used.add(reader.value(item, names.function_family, Side::kFunctions).get());
+            used_.add(usage_.value(item, names_.function_family, Side::kFunctions).get());
         });
-        count_families(patterns.families, used, passed);
-    });
-}
+        count_families(families_, used_, passed);
+    }
+
+    const Names& names_;
+    UsageReader usage_;
+    EntryReader family_;
+    AttributeReader passed_thresholds_;
+    AttributeReader tree_depth_;
+    KeySide used_;
+    CountTable depths_;
+    CountTable families_;
+    Py_ssize_t total_passed_ = 0;
+};
 
 // One record of a key and its counts.
 Ref make_yield(const RecordMaker& maker, const Names& names, PyObject* key_name, PyObject* key,
@@ -126,11 +163,11 @@ Ref get_search_patterns(const Call& call) {
     if (total_evaluations == 0) {
         return make_result(state, new_list(), new_list(), 0, 0);
     }
-    Patterns patterns;
-    count_patterns(state, evals.get(), patterns);
-    const Ref depths = depth_distribution(state, patterns.depths);
-    const Ref families = family_yield_rates(state, patterns.families);
-    return make_result(state, depths, families, total_evaluations, patterns.total_passed);
+    PatternCounter counter(state);
+    counter.add_all(evals.get());
+    const Ref depths = depth_distribution(state, counter.depths());
+    const Ref families = family_yield_rates(state, counter.families());
+    return make_result(state, depths, families, total_evaluations, counter.total_passed());
 }
 
 }  // namespace

@@ -113,8 +113,14 @@ class Scan {
           findings_(findings) {}
 
     void add_all(PyObject* evals) {
-        const ReadAhead ahead({&read_.eval_type, &read_.eval_id, &read_.agent_is_pnl_mi,
-                               &read_.is_pnl_mi, &read_.failure_reason, &read_.is_correlation});
+        const ReadAhead ahead = ReadAhead()
+                                    .value(read_.eval_type)
+                                    .value(read_.eval_id)
+                                    .value(read_.agent_is_pnl_mi)
+                                    .value(read_.is_pnl_mi)
+                                    .value(read_.failure_reason)
+                                    .value(read_.failure_detail)
+                                    .value(read_.is_correlation);
         for_each_record(evals, ahead, [&](PyObject* ev) { add(ev); });
     }
 

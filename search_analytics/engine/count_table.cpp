@@ -5,15 +5,6 @@ namespace search_analytics {
 
 using namespace host;
 
-namespace {
-
-bool is_plain_key(PyObject* key) {
-    return PyUnicode_CheckExact(key) || PyLong_CheckExact(key) || PyFloat_CheckExact(key) ||
-           PyBool_Check(key) || key == Py_None;
-}
-
-}  // namespace
-
 std::size_t CountTable::number_new(PyObject* key) {
     const std::size_t number = counts_.size();
     set_item(totals_, key, integer(static_cast<Py_ssize_t>(number)).get());

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "engine/group_key.h"
 #include "engine/text_index.h"
 #include "host/containers.h"
 
@@ -34,16 +35,16 @@ class CountTable {
 
     // Whether every key so far is hashed and compared without running code.
     bool runs_no_code() const { return passes_.empty(); }
+    // The same, with one key more.
+    bool runs_no_code_with(PyObject* key) const { return runs_no_code() && is_plain_key(key); }
 
     // Whether a plain string has not been met yet. REQUIRES: runs_no_code().
     bool is_new(const KeySide::Value& text) const {
-        return texts_.find(text.text.get(), text.hash) == texts_.size();
+        return texts_.find(text.text, text.hash) == texts_.size();
     }
 
     // Adds a plain string. REQUIRES: runs_no_code().
-    void add(const KeySide::Value& text, bool is_pass) {
-        add_text(text.text.get(), text.hash, is_pass);
-    }
+    void add(const KeySide::Value& text, bool is_pass) { add_text(text.text, text.hash, is_pass); }
 
     // The keys as a new list.
     host::Ref keys() const { return host::list_of(totals_.get()); }
@@ -56,6 +57,10 @@ class CountTable {
     void for_each(Visit&& visit) const;
 
    private:
+    static bool is_plain_key(PyObject* key) {
+        return PyUnicode_CheckExact(key) || PyLong_CheckExact(key) || PyFloat_CheckExact(key) ||
+               PyBool_Check(key) || key == Py_None;
+    }
     std::size_t number_of_object(PyObject* key);
     void add_text(PyObject* text, Py_hash_t hash, bool is_pass);
     std::size_t number_new(PyObject* key);

@@ -2,6 +2,9 @@
 // rest is filtered here.
 #include "engine/fetch.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "engine/filters.h"
 #include "engine/usage.h"
 #include "host/record_walk.h"
@@ -43,7 +46,7 @@ Ref evaluation_history(const ModuleState& state, PyObject* engine, const Filters
 Ref submitted_only(const Names& names, PyObject* evals) {
     AttributeReader submitted(names.submitted);
     Ref kept = new_list();
-    for_each_record(evals, ReadAhead({&submitted}), [&](PyObject* ev) {
+    for_each_record(evals, ReadAhead().flag(submitted), [&](PyObject* ev) {
         if (truth(submitted.read(ev).get())) {
             append(kept, ev);
         }
@@ -51,55 +54,97 @@ Ref submitted_only(const Names& names, PyObject* evals) {
     return kept;
 }
 
-// One filter on what an evaluation used: some item's value under `key` has to equal `wanted`.
-struct UsageFilter {
-    Side side;
-    PyObject* key;
-    PyObject* wanted;
+// One filter on what an evaluation used: some item's value under a key has to equal what is wanted.
+class UsageFilter {
+   public:
+    enum class Answer { kNo, kYes, kUnknown };
 
-    bool is_set() const { return wanted != Py_None; }
+    UsageFilter(UsageReader& reader, Side side, PyObject* key, PyObject* wanted)
+        : reader_(reader), side_(side), key_(key), wanted_(wanted), entry_(key) {}
 
-    bool accepts(UsageReader& reader, PyObject* ev) const {
+    // What looking at an evaluation tells, without running code.
+    Answer look(PyObject* ev) {
         bool found = false;
-        const Ref items = reader.items(ev, side);
+        const bool is_enough =
+            is_plain_text(wanted_) && reader_.look(ev, side_, entry_, [&](PyObject* value) {
+                found = same_text(value, wanted_);
+                return !found;
+            });
+        if (!is_enough) {
+            return Answer::kUnknown;
+        }
+        return found ? Answer::kYes : Answer::kNo;
+    }
+
+    bool accepts(PyObject* ev) {
+        bool found = false;
+        const Ref items = reader_.items(ev, side_);
         for_each_until(items.get(), [&](PyObject* item) {
             const Ref matches = as_generator_body(
-                [&] { return comparison(reader.value(item, key, side).get(), wanted, Py_EQ); });
+                [&] { return comparison(reader_.value(item, key_, side_).get(), wanted_, Py_EQ); });
             found = truth(matches.get());
             return !found;
         });
         return found;
     }
+
+    void read_ahead(ReadAhead& ahead) const { ahead.items(*reader_.metadata(side_), entry_); }
+
+   private:
+    UsageReader& reader_;
+    Side side_;
+    PyObject* key_;
+    PyObject* wanted_;
+    EntryReader entry_;
 };
 
-Ref filtered_by_usage(const ModuleState& state, const Filters& filters, Ref evals) {
-    const Names& names = state.names;
-    const UsageFilter usage_filters[] = {
-        {Side::kFunctions, names.function_family, filters.function_family},
-        {Side::kFunctions, names.function_subfamily, filters.function_subfamily},
-        {Side::kFeatures, names.feature_family, filters.feature_family},
-        {Side::kFeatures, names.feature_subfamily, filters.feature_subfamily},
-    };
-    bool any_set = false;
-    for (const UsageFilter& filter : usage_filters) {
-        any_set = any_set || filter.is_set();
+// The filters on what evaluations used, in the order in which they are asked.
+class UsageFilters {
+   public:
+    UsageFilters(const ModuleState& state, const Filters& filters) : reader_(state) {
+        const Names& names = state.names;
+        add(Side::kFunctions, names.function_family, filters.function_family);
+        add(Side::kFunctions, names.function_subfamily, filters.function_subfamily);
+        add(Side::kFeatures, names.feature_family, filters.feature_family);
+        add(Side::kFeatures, names.feature_subfamily, filters.feature_subfamily);
     }
-    if (!any_set) {
-        return evals;
-    }
-    UsageReader reader(state);
-    const ReadAhead ahead({}, {reader.metadata(Side::kFunctions)});
-    Ref kept = new_list();
-    for_each_record(evals.get(), ahead, [&](PyObject* ev) {
-        for (const UsageFilter& filter : usage_filters) {
-            if (filter.is_set() && !filter.accepts(reader, ev)) {
-                return;
+
+    // A new list of the evaluations that pass every filter.
+    Ref kept(PyObject* evals) {
+        ReadAhead ahead;
+        filters_.front().read_ahead(ahead);
+        Ref kept = new_list();
+        const auto look = [&](PyObject* ev) {
+            for (UsageFilter& filter : filters_) {
+                const UsageFilter::Answer answer = filter.look(ev);
+                if (answer != UsageFilter::Answer::kYes) {
+                    return answer == UsageFilter::Answer::kNo;
+                }
             }
+            append(kept, ev);
+            return true;
+        };
+        for_each_record(evals, ahead, look, [&](PyObject* ev) {
+            if (std::ranges::all_of(filters_,
+                                    [&](UsageFilter& filter) { return filter.accepts(ev); })) {
+                append(kept, ev);
+            }
+        });
+        return kept;
+    }
+
+    bool any() const { return !filters_.empty(); }
+
+   private:
+    void add(Side side, PyObject* key, PyObject* wanted) {
+        if (wanted != Py_None) {
+            filters_.emplace_back(reader_, side, key, wanted);
         }
-        append(kept, ev);
-    });
-    return kept;
-}
+    }
+
+    UsageReader reader_;
+    std::vector<UsageFilter> filters_;
+};
 
 Ref fetch_evaluations(const Call& call) {
     const ModuleState& state = call.state();
@@ -115,7 +160,8 @@ Ref fetch_evaluations(const Call& call) {
     if (equal(eval_pool, attribute(pools_now.get(), names.SUBMITTED).get())) {
         evals = submitted_only(names, evals.get());
     }
-    return filtered_by_usage(state, filters, std::move(evals));
+    UsageFilters usage_filters(state, filters);
+    return usage_filters.any() ? usage_filters.kept(evals.get()) : std::move(evals);
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 // Group keys: which functions and features an evaluation used, at one granularity.
 #include "engine/group_key.h"
 
-#include <cstring>
-
 #include "host/statement.h"
 
 namespace search_analytics {
@@ -44,25 +42,6 @@ Granularity granularity_of(ModuleState& state, PyObject* aggregate_by) {
     return granularity;
 }
 
-bool same_text(PyObject* left, PyObject* right) {
-    if (left == right) {
-        return true;
-    }
-    const Py_ssize_t length = PyUnicode_GET_LENGTH(left);
-    const auto kind = PyUnicode_KIND(left);
-    return length == PyUnicode_GET_LENGTH(right) && kind == PyUnicode_KIND(right) &&
-           std::memcmp(PyUnicode_DATA(left), PyUnicode_DATA(right),
-                       static_cast<std::size_t>(length) * static_cast<std::size_t>(kind)) == 0;
-}
-
-Ref frozen_set(const KeySide::Value* values, std::size_t count) {
-    Ref set = Ref::steal(PyFrozenSet_New(nullptr));
-    for (std::size_t i = 0; i < count; ++i) {
-        check(PySet_Add(set.get(), values[i].text.get()));
-    }
-    return set;
-}
-
 void KeySide::collect(UsageReader& reader, PyObject* record, Side side, PyObject* key) {
     const Ref items = reader.items(record, side);
     for_each(items.get(), [&](PyObject* item) {
@@ -71,20 +50,36 @@ void KeySide::collect(UsageReader& reader, PyObject* record, Side side, PyObject
     });
 }
 
+bool KeySide::look(UsageReader& reader, PyObject* record, Side side, EntryReader& key) {
+    clear();
+    return reader.look(record, side, key, [&](PyObject* text) {
+        const Value value = {text_hash(text), text};
+        if (!is_present(value)) {
+            values_.push_back(value);
+        }
+        return values_.size() <= kMostPlainValues;
+    }) && values_.size() <= kMostPlainValues;
+}
+
+bool KeySide::is_present(const Value& value) const {
+    for (const Value& present : values_) {
+        if (present.hash == value.hash && same_text(present.text, value.text)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void KeySide::add(PyObject* value) {
     holds_only_text_ = holds_only_text_ && PyUnicode_CheckExact(value);
     if (is_plain() && holds_only_text_) [[likely]] {
-        const Py_hash_t hash = PyObject_Hash(value);
-        if (hash == -1) {
-            throw ErrorSet();
-        }
-        for (const Value& present : values_) {
-            if (present.hash == hash && same_text(present.text.get(), value)) {
-                return;
-            }
+        const Value plain = {text_hash(value), value};
+        if (is_present(plain)) {
+            return;
         }
         if (values_.size() < kMostPlainValues) {
-            values_.push_back({hash, Ref::share(value)});
+            values_.push_back(plain);
+            owned_.push_back(Ref::share(value));
             return;
         }
     }
@@ -94,9 +89,19 @@ void KeySide::add(PyObject* value) {
     check(PySet_Add(frozen_.get(), value));
 }
 
+// Making a set can run code: it may start the garbage collector.
 void KeySide::freeze() {
-    frozen_ = frozen_set(values_.data(), values_.size());
+    if (owned_.empty()) {
+        for (const Value& value : values_) {
+            owned_.push_back(Ref::share(value.text));
+        }
+    }
+    frozen_ = Ref::steal(PyFrozenSet_New(nullptr));
+    for (const Value& value : values_) {
+        check(PySet_Add(frozen_.get(), value.text));
+    }
     values_.clear();
+    owned_.clear();
 }
 
 Ref KeySide::frozen() {

@@ -25,17 +25,24 @@ Granularity granularity_of(host::ModuleState& state, PyObject* aggregate_by);
 // frozenset, filled in the same order, so that foreign hashes and comparisons run as they should.
 class KeySide {
    public:
+    // A plain string and its hash, borrowed.
     struct Value {
         Py_hash_t hash;
-        host::Ref text;
+        PyObject* text;
     };
 
     // Empties the side for the next record.
     void clear() {
         values_.clear();
+        owned_.clear();
         frozen_ = host::Ref();
         holds_only_text_ = true;
     }
+
+    // Holds the values of a record in place of what it held before, without a reference to any,
+    // if they are a few plain strings that can be read by looking. They stay what they are until
+    // code runs.
+    bool look(UsageReader& reader, PyObject* record, Side side, host::EntryReader& key);
 
     // Adds what `reader` finds on `side` of `record`.
     void collect(UsageReader& reader, PyObject* record, Side side, PyObject* key);
@@ -54,17 +61,14 @@ class KeySide {
     host::Ref frozen();
 
    private:
+    bool is_present(const Value& value) const;
     void freeze();
 
     std::vector<Value> values_;
+    // The references to them, where the side has any.
+    std::vector<host::Ref> owned_;
     host::Ref frozen_;
     bool holds_only_text_ = true;
 };
-
-// A frozenset of the values, added in their order.
-host::Ref frozen_set(const KeySide::Value* values, std::size_t count);
-
-// Whether two exact strings with equal hashes hold the same text. Runs no code.
-bool same_text(PyObject* left, PyObject* right);
 
 }  // namespace search_analytics

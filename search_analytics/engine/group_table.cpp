@@ -32,13 +32,22 @@ std::uint64_t key_hash(const Values& functions, const Values& features) {
     return scramble(set_hash(functions)) + set_hash(features);
 }
 
-bool same_value(const KeySide::Value& left, const KeySide::Value& right) {
-    return left.hash == right.hash && same_text(left.text.get(), right.text.get());
+bool same_value(const OwnedText& left, const KeySide::Value& right) {
+    return left.hash == right.hash && same_text(left.text.get(), right.text);
+}
+
+// A frozenset of the texts, added in their order.
+Ref frozen_set(const OwnedText* texts, std::size_t count) {
+    Ref set = Ref::steal(PyFrozenSet_New(nullptr));
+    for (std::size_t i = 0; i < count; ++i) {
+        check(PySet_Add(set.get(), texts[i].text.get()));
+    }
+    return set;
 }
 
 // Whether two sets of `values.size()` distinct values are equal. Records that use the same
 // functions mostly list them in the same order.
-bool same_set(const KeySide::Value* set, const Values& values) {
+bool same_set(const OwnedText* set, const Values& values) {
     const std::size_t count = values.size();
     for (std::size_t i = 0; i < count; ++i) {
         bool found = same_value(set[i], values[i]);
@@ -58,8 +67,8 @@ bool GroupTable::matches(const Group& group, std::uint64_t hash, const KeySide& 
                          const KeySide& features) const {
     return group.hash == hash && group.function_count == functions.values().size() &&
            group.feature_count == features.values().size() &&
-           same_set(values_.data() + group.first, functions.values()) &&
-           same_set(values_.data() + group.first + group.function_count, features.values());
+           same_set(texts_.data() + group.first, functions.values()) &&
+           same_set(texts_.data() + group.first + group.function_count, features.values());
 }
 
 std::size_t GroupTable::number_of(KeySide& functions, KeySide& features) {
@@ -85,11 +94,11 @@ std::size_t GroupTable::number_of(KeySide& functions, KeySide& features) {
 
 std::size_t GroupTable::add_plain(std::uint64_t hash, const KeySide& functions,
                                   const KeySide& features) {
-    groups_.push_back({hash, values_.size(), static_cast<std::uint32_t>(functions.values().size()),
+    groups_.push_back({hash, texts_.size(), static_cast<std::uint32_t>(functions.values().size()),
                        static_cast<std::uint32_t>(features.values().size())});
     for (const KeySide* side : {&functions, &features}) {
         for (const KeySide::Value& value : side->values()) {
-            values_.push_back({value.hash, value.text.copy()});
+            texts_.push_back({value.hash, Ref::share(value.text)});
         }
     }
     return groups_.size() - 1;
@@ -117,7 +126,7 @@ void GroupTable::become_dictionary() {
     numbers_ = std::move(numbers);
     keys_ = std::move(keys);
     groups_.clear();
-    values_.clear();
+    texts_.clear();
     slots_.clear();
 }
 
@@ -126,9 +135,9 @@ Ref GroupTable::key(std::size_t number) const {
         return keys_[number].copy();
     }
     const Group& group = groups_[number];
-    const KeySide::Value* values = values_.data() + group.first;
-    return tuple_of(frozen_set(values, group.function_count),
-                    frozen_set(values + group.function_count, group.feature_count));
+    const OwnedText* texts = texts_.data() + group.first;
+    return tuple_of(frozen_set(texts, group.function_count),
+                    frozen_set(texts + group.function_count, group.feature_count));
 }
 
 }  // namespace search_analytics

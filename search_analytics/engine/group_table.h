@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "engine/group_key.h"
+#include "host/plain_text.h"
 
 namespace search_analytics {
 
@@ -30,7 +31,7 @@ class GroupTable {
     host::Ref key(std::size_t number) const;
 
    private:
-    // A group's distinct strings: functions first, then features, in values_ from `first` on.
+    // A group's distinct strings: functions first, then features, in texts_ from `first` on.
     struct Group {
         std::uint64_t hash;
         std::size_t first;
@@ -43,7 +44,7 @@ class GroupTable {
     std::size_t add_plain(std::uint64_t hash, const KeySide& functions, const KeySide& features);
     void become_dictionary();
 
-    std::vector<KeySide::Value> values_;
+    std::vector<host::OwnedText> texts_;
     std::vector<Group> groups_;
     // Open addressing over groups_: a group's number plus one, or 0 for a free slot.
     std::vector<std::uint32_t> slots_;

@@ -49,6 +49,9 @@ GroupedSums::GroupedSums(ModuleState& state, const SumsRequest& request)
       sharpe_key_(column_key(request.pnl_column, "_sharpe")),
       returns_key_(column_key(request.pnl_column, "_returns")),
       drawdown_key_(column_key(request.pnl_column, "_drawdown")),
+      sharpe_entry_(sharpe_key_.get()),
+      returns_entry_(returns_key_.get()),
+      drawdown_entry_(drawdown_key_.get()),
       now_(current_time(state)),
       week_(cutoff_before(now_.get(), kSecondsPerWeek)),
       day_(cutoff_before(now_.get(), kSecondsPerDay)) {
@@ -81,21 +84,86 @@ void GroupedSums::find_pools() {
              [&](PyObject* pool) { pool_names_.push_back(attribute(pool, names.name)); });
     for_each(attribute(request_.engine, names._pool_configs).get(), [&](PyObject* pool) {
         thresholds_.push_back(attribute(pool, names.is_correlation_threshold));
+        thresholds_are_real_ = thresholds_are_real_ && PyFloat_CheckExact(thresholds_.back().get());
     });
     is_submittable_.resize(thresholds_.size());
 }
 
 void GroupedSums::add_all(PyObject* evals) {
-    const ReadAhead ahead({&read_.turnover, &read_.correlation, &read_.timestamp, &read_.era_id},
-                          {&read_.per_column_stats, reader_.metadata(Side::kFunctions),
-                           reader_.metadata(Side::kFeatures)});
-    for_each_record(evals, ahead, [&](PyObject* ev) { add(ev); });
+    const ReadAhead ahead =
+        ReadAhead()
+            .value(read_.turnover)
+            .value(read_.correlation)
+            .value(read_.timestamp)
+            .flag(read_.era_id)
+            .flag(read_.passed_thresholds)
+            .table(read_.per_column_stats, {&sharpe_entry_, &returns_entry_, &drawdown_entry_})
+            .items(*reader_.metadata(Side::kFunctions), function_entry_)
+            .items(*reader_.metadata(Side::kFeatures), feature_entry_);
+    for_each_record(
+        evals, ahead, [&](PyObject* ev) { return look(ev); }, [&](PyObject* ev) { add(ev); });
 }
 
 void GroupedSums::add(PyObject* ev) {
     read_measures(ev);
-    find_submittable();
+    find_submittable(measures_.values[kCorrelation].get());
     const std::size_t group = group_of(ev);
+    count(group);
+    const Ref timestamp = read_.timestamp.read(ev);
+    const Ref era = read_.era_id.read(ev);
+    count_into_windows(group, timestamp.get(), era.get());
+}
+
+// Adds a record that can be read by looking.
+bool GroupedSums::look(PyObject* ev) {
+    PyObject* timestamp = read_.timestamp.known_place(ev);
+    PyObject* era = read_.era_id.known_place(ev);
+    if (!can_look() || !look_at_measures(ev) || timestamp == nullptr || era == nullptr ||
+        !week_.can_look_at(timestamp) || !day_.can_look_at(timestamp) ||
+        (request_.era_id != Py_None && !(is_plain_text(era) && is_plain_text(request_.era_id))) ||
+        !functions_.look(reader_, ev, Side::kFunctions, function_entry_) ||
+        !features_.look(reader_, ev, Side::kFeatures, feature_entry_)) {
+        return false;
+    }
+    find_submittable(read_.correlation.known_place(ev));
+    const std::size_t group = groups_.number_of(functions_, features_);
+    count(group);
+    count_into_windows(group, timestamp, era);
+    return true;
+}
+
+// Whether all that does not depend on the record allows for looking.
+bool GroupedSums::can_look() const {
+    return has_fixed_granularity_ && !granularity_.function_key.empty() && groups_.is_plain() &&
+           sums_are_real_ && thresholds_are_real_;
+}
+
+bool GroupedSums::look_at_measures(PyObject* ev) {
+    PyObject* per_column = read_.per_column_stats.known_place(ev);
+    PyObject* passed = read_.passed_thresholds.known_place(ev);
+    if (per_column == nullptr || passed == nullptr || !PyBool_Check(passed)) {
+        return false;
+    }
+    const auto column = [&](EntryReader& entry, const AttributeReader& reader) {
+        return per_column == Py_None ? reader.known_place(ev) : entry.look(per_column);
+    };
+    const std::array<PyObject*, kMeasureCount> values = {
+        column(sharpe_entry_, read_.sharpe), column(returns_entry_, read_.returns),
+        read_.turnover.known_place(ev), column(drawdown_entry_, read_.drawdown),
+        read_.correlation.known_place(ev)};
+    measures_.passed = passed == Py_True;
+    for (std::size_t i = 0; i < kMeasureCount; ++i) {
+        if (values[i] == nullptr || !PyFloat_CheckExact(values[i])) {
+            return false;
+        }
+        measures_.reals[i] = PyFloat_AS_DOUBLE(values[i]);
+    }
+    measures_.are_real = true;
+    return true;
+}
+
+// Makes room for a group that is new.
+void GroupedSums::count(std::size_t group) {
     if (group == counts_.size()) {
         counts_.push_back(0);
         sums_.resize(sums_.size() + windows_.size());
@@ -106,7 +174,6 @@ void GroupedSums::add(PyObject* ev) {
     for (std::size_t window = 0; window < windows_.size(); ++window) {
         prefetch(&sums_[cell(group, window)]);
     }
-    count_into_windows(ev, group);
 }
 
 // The chosen column's table comes first, then the record's own value.
@@ -132,11 +199,11 @@ void GroupedSums::read_measures(PyObject* ev) {
     values[kCorrelation] = read_.correlation.read(ev);
     measures_.passed = truth(read_.passed_thresholds.read(ev).get());
     measures_.find_reals();
+    sums_are_real_ = sums_are_real_ && measures_.are_real;
 }
 
 // A failed evaluation may have no correlation at all: test `passed` first.
-void GroupedSums::find_submittable() {
-    PyObject* correlation = measures_.values[kCorrelation].get();
+void GroupedSums::find_submittable(PyObject* correlation) {
     for (std::size_t pool = 0; pool < thresholds_.size(); ++pool) {
         PyObject* threshold = thresholds_[pool].get();
         bool is_submittable = false;
@@ -156,6 +223,8 @@ std::size_t GroupedSums::group_of(PyObject* ev) {
     }
     if (!has_fixed_granularity_ || granularity_.function_key.empty()) {
         granularity_ = granularity_of(state_, request_.aggregate_by);
+        function_entry_ = EntryReader(granularity_.function_key.get());
+        feature_entry_ = EntryReader(granularity_.feature_key.get());
     }
     functions_.clear();
     features_.clear();
@@ -164,20 +233,17 @@ std::size_t GroupedSums::group_of(PyObject* ev) {
     return groups_.number_of(functions_, features_);
 }
 
-void GroupedSums::count_into_windows(PyObject* ev, std::size_t group) {
-    const Ref timestamp = read_.timestamp.read(ev);
-    const Ref era = read_.era_id.read(ev);
+void GroupedSums::count_into_windows(std::size_t group, PyObject* timestamp, PyObject* era) {
     if (lifetime_ != kNotRequested) {
         count_into(group, lifetime_);
     }
-    if (era_ != kNotRequested &&
-        (request_.era_id == Py_None || equal(era.get(), request_.era_id))) {
+    if (era_ != kNotRequested && (request_.era_id == Py_None || equal(era, request_.era_id))) {
         count_into(group, era_);
     }
-    if (last_week_ != kNotRequested && week_.includes(timestamp.get())) {
+    if (last_week_ != kNotRequested && week_.includes(timestamp)) {
         count_into(group, last_week_);
     }
-    if (last_day_ != kNotRequested && day_.includes(timestamp.get())) {
+    if (last_day_ != kNotRequested && day_.includes(timestamp)) {
         count_into(group, last_day_);
     }
 }

@@ -52,14 +52,18 @@ class GroupedSums {
     }
 
     void add(PyObject* ev);
+    bool look(PyObject* ev);
+    bool can_look() const;
+    bool look_at_measures(PyObject* ev);
     void find_windows(PyObject* time_windows);
     void find_pools();
     void read_measures(PyObject* ev);
     host::Ref column_measure(PyObject* per_column, PyObject* key, PyObject* ev,
                              host::AttributeReader& reader);
-    void find_submittable();
+    void find_submittable(PyObject* correlation);
     std::size_t group_of(PyObject* ev);
-    void count_into_windows(PyObject* ev, std::size_t group);
+    void count(std::size_t group);
+    void count_into_windows(std::size_t group, PyObject* timestamp, PyObject* era);
     void count_into(std::size_t group, std::size_t window);
 
     struct Readers {
@@ -83,10 +87,15 @@ class GroupedSums {
     bool builds_keys_;  // the engine's _build_group_key is the class's own
     bool has_fixed_granularity_;
     Granularity granularity_;
+    host::EntryReader function_entry_;
+    host::EntryReader feature_entry_;
 
     host::Ref sharpe_key_;
     host::Ref returns_key_;
     host::Ref drawdown_key_;
+    host::EntryReader sharpe_entry_;
+    host::EntryReader returns_entry_;
+    host::EntryReader drawdown_entry_;
     host::Ref now_;
     Cutoff week_;
     Cutoff day_;
@@ -100,6 +109,7 @@ class GroupedSums {
     // The pools' names, and the correlation limits that decide what could be submitted to them.
     std::vector<host::Ref> pool_names_;
     std::vector<host::Ref> thresholds_;
+    bool thresholds_are_real_ = true;
 
     // The evaluation at hand.
     Measures measures_;
@@ -112,6 +122,7 @@ class GroupedSums {
     std::vector<Py_ssize_t> counts_;
     std::vector<WindowSums> sums_;
     std::vector<Py_ssize_t> submittable_;
+    bool sums_are_real_ = true;
 };
 
 }  // namespace search_analytics

@@ -45,8 +45,7 @@ void PairTable::number(KeySide& names) {
     row_.clear();
     if (names.is_plain()) {
         for (const KeySide::Value& name : names.values()) {
-            row_.push_back(
-                static_cast<std::uint32_t>(names_.number_of(name.text.get(), name.hash)));
+            row_.push_back(static_cast<std::uint32_t>(names_.number_of(name.text, name.hash)));
         }
         return;
     }

@@ -4,7 +4,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "engine/group_key.h"
+#include "host/containers.h"
+#include "host/plain_text.h"
 
 namespace search_analytics {
 
@@ -22,8 +23,8 @@ class TextIndex {
         const std::size_t mask = slots_.size() - 1;
         std::size_t slot = static_cast<std::uint64_t>(hash) & mask;
         for (; slots_[slot] != 0; slot = (slot + 1) & mask) {
-            const KeySide::Value& known = texts_[slots_[slot] - 1];
-            if (known.hash == hash && same_text(known.text.get(), text)) {
+            const host::OwnedText& known = texts_[slots_[slot] - 1];
+            if (known.hash == hash && host::same_text(known.text.get(), text)) {
                 return slots_[slot] - 1;
             }
         }
@@ -42,7 +43,7 @@ class TextIndex {
    private:
     void add(PyObject* text, Py_hash_t hash);
 
-    std::vector<KeySide::Value> texts_;
+    std::vector<host::OwnedText> texts_;
     // Open addressing: a text's number plus one, or 0 for a free slot.
     std::vector<std::uint32_t> slots_;
 };

@@ -12,7 +12,7 @@ namespace {
 Ref records_of_era(const Names& names, PyObject* evals, PyObject* wanted_era) {
     AttributeReader era_id(names.era_id);
     Ref kept = new_list();
-    for_each_record(evals, ReadAhead({&era_id}), [&](PyObject* ev) {
+    for_each_record(evals, ReadAhead().value(era_id), [&](PyObject* ev) {
         if (equal(era_id.read(ev).get(), wanted_era)) {
             append(kept, ev);
         }
@@ -64,12 +64,18 @@ Cutoff::Cutoff(Ref moment)
 Ref records_since(const Names& names, PyObject* evals, const Cutoff& cutoff) {
     AttributeReader timestamp(names.timestamp);
     Ref kept = new_list();
-    for_each_record(evals, ReadAhead({&timestamp}), [&](PyObject* ev) {
-        PyObject* known = timestamp.known_place(ev);
-        const bool is_recent = known != nullptr && PyFloat_CheckExact(known)
-                                   ? cutoff.includes(known)
-                                   : cutoff.includes(timestamp.read(ev).get());
-        if (is_recent) {
+    const auto look = [&](PyObject* ev) {
+        PyObject* moment = timestamp.known_place(ev);
+        if (moment == nullptr || !cutoff.can_look_at(moment)) {
+            return false;
+        }
+        if (cutoff.includes(moment)) {
+            append(kept, ev);
+        }
+        return true;
+    };
+    for_each_record(evals, ReadAhead().value(timestamp), look, [&](PyObject* ev) {
+        if (cutoff.includes(timestamp.read(ev).get())) {
             append(kept, ev);
         }
     });
@@ -79,12 +85,16 @@ Ref records_since(const Names& names, PyObject* evals, const Cutoff& cutoff) {
 Py_ssize_t passed_count(const Names& names, PyObject* evals) {
     AttributeReader passed_thresholds(names.passed_thresholds);
     Py_ssize_t count = 0;
-    for_each_record(evals, ReadAhead({&passed_thresholds}), [&](PyObject* ev) {
-        PyObject* known = passed_thresholds.known_place(ev);
-        const bool is_pass = known != nullptr && PyBool_Check(known)
-                                 ? known == Py_True
-                                 : truth(passed_thresholds.read(ev).get());
-        count += is_pass ? 1 : 0;
+    const auto look = [&](PyObject* ev) {
+        PyObject* passed = passed_thresholds.known_place(ev);
+        if (passed == nullptr || !PyBool_Check(passed)) {
+            return false;
+        }
+        count += passed == Py_True ? 1 : 0;
+        return true;
+    };
+    for_each_record(evals, ReadAhead().flag(passed_thresholds), look, [&](PyObject* ev) {
+        count += truth(passed_thresholds.read(ev).get()) ? 1 : 0;
     });
     return count;
 }

@@ -22,6 +22,11 @@ class Cutoff {
    public:
     explicit Cutoff(host::Ref moment);
 
+    // Whether includes() runs no code for this object.
+    bool can_look_at(PyObject* timestamp) const {
+        return is_real_ && PyFloat_CheckExact(timestamp);
+    }
+
     // timestamp >= cut-off
     bool includes(PyObject* timestamp) const {
         if (is_real_ && PyFloat_CheckExact(timestamp)) [[likely]] {

@@ -3,6 +3,7 @@
 
 #include "host/attribute_reader.h"
 #include "host/containers.h"
+#include "host/entry_reader.h"
 #include "host/function.h"
 
 namespace search_analytics {
@@ -31,6 +32,12 @@ class UsageReader {
     template <typename Visit>
     void for_each_value(PyObject* record, Side side, PyObject* key, Visit&& visit);
 
+    // Calls `visit` with the value under `key` of each item of `record`, borrowed, until it returns
+    // false. Returns whether looking was enough to read them, without running code, and all were
+    // plain strings; if not, `visit` may have seen some nevertheless.
+    template <typename Visit>
+    bool look(PyObject* record, Side side, host::EntryReader& key, Visit&& visit) const;
+
     // The reader of a side's metadata, for reading ahead.
     const host::AttributeReader* metadata(Side side) const { return &of(side).metadata; }
 
@@ -55,6 +62,26 @@ class UsageReader {
     SideReaders features_;
     bool value_is_original_;
 };
+
+template <typename Visit>
+bool UsageReader::look(PyObject* record, Side side, host::EntryReader& key, Visit&& visit) const {
+    const SideReaders& readers = of(side);
+    PyObject* items = readers.metadata.known_place(record);
+    if (items == nullptr || !PyList_CheckExact(items) || PyList_GET_SIZE(items) == 0 ||
+        !readers.items_are_original || !value_is_original_) {
+        return false;
+    }
+    for (Py_ssize_t i = 0; i < PyList_GET_SIZE(items); ++i) {
+        PyObject* value = key.look(PyList_GET_ITEM(items, i));
+        if (value == nullptr || !host::is_plain_text(value) || PyUnicode_GET_LENGTH(value) == 0) {
+            return false;
+        }
+        if (!visit(value)) {
+            break;
+        }
+    }
+    return true;
+}
 
 // The algorithms of `_usage_items` and `_usage_value`.
 host::Ref usage_items(PyObject* record, host::AttributeReader& metadata,

@@ -1,6 +1,7 @@
 // Reading the same attribute of one record after another.
 #pragma once
 
+#include "host/instance_layout.h"
 #include "host/object.h"
 #include "host/prefetch.h"
 

@@ -21,14 +21,24 @@
 #define SEARCH_ANALYTICS_INTERPRETER_SLOTS
 #endif
 
-// Whether instance_layout.h knows where this version keeps the attributes of an instance.
+// Whether we know where this version keeps the attributes of an instance and the entries of a
+// dictionary (instance_layout.h, key_table.h).
 #if PY_VERSION_HEX >= 0x030B0000 && PY_VERSION_HEX < 0x030E0000 && !defined(Py_GIL_DISABLED)
-#define SEARCH_ANALYTICS_KNOWS_INSTANCES 1
+#define SEARCH_ANALYTICS_KNOWS_LAYOUT 1
 #else
-#define SEARCH_ANALYTICS_KNOWS_INSTANCES 0
+#define SEARCH_ANALYTICS_KNOWS_LAYOUT 0
 #endif
 
 namespace search_analytics::host::compat {
+
+// Whether a string can be looked at: only versions that are gone know strings that cannot.
+inline bool is_ready_text([[maybe_unused]] PyObject* text) {
+#if PY_VERSION_HEX < 0x030C0000
+    return PyUnicode_IS_READY(text) != 0;
+#else
+    return true;
+#endif
+}
 
 // Looks `name` up on `object`. Returns 1 and a new reference, 0 and null when there is no such
 // attribute, or -1 with the error set; a missing attribute builds no exception.

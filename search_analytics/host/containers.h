@@ -92,24 +92,33 @@ class SignalWatch {
     std::size_t done_ = 0;
 };
 
-// for item in iterable: visit(item) -- until `visit` returns false. Keeps a reference to the item
-// meanwhile, and follows a list that changes under it as the statement does.
+// Calls `visit` with each place of an exact list and the item there, borrowed, until it returns
+// false. Follows a list that changes under it as the `for` statement does.
 template <typename Visit>
-void for_each_until(PyObject* iterable, Visit&& visit) {
-    if (PyList_CheckExact(iterable)) {
-        const Ref list = Ref::share(iterable);
-        for (Py_ssize_t i = 0; i < PyList_GET_SIZE(list.get()); ++i) {
-            if (i % kSignalInterval == kSignalInterval - 1) {
-                check(PyErr_CheckSignals());
-                if (i >= PyList_GET_SIZE(list.get())) {
-                    break;
-                }
-            }
-            const Ref current = Ref::share(PyList_GET_ITEM(list.get(), i));
-            if (!visit(current.get())) {
+void for_each_place_until(PyObject* list, Visit&& visit) {
+    const Ref owned = Ref::share(list);
+    for (Py_ssize_t i = 0; i < PyList_GET_SIZE(list); ++i) {
+        if (i % kSignalInterval == kSignalInterval - 1) {
+            check(PyErr_CheckSignals());
+            if (i >= PyList_GET_SIZE(list)) {
                 return;
             }
         }
+        if (!visit(i, PyList_GET_ITEM(list, i))) {
+            return;
+        }
+    }
+}
+
+// for item in iterable: visit(item) -- until `visit` returns false. Keeps a reference to the item
+// meanwhile.
+template <typename Visit>
+void for_each_until(PyObject* iterable, Visit&& visit) {
+    if (PyList_CheckExact(iterable)) {
+        for_each_place_until(iterable, [&](Py_ssize_t, PyObject* item) {
+            const Ref current = Ref::share(item);
+            return visit(current.get());
+        });
         return;
     }
     const Ref iterator = Ref::steal(PyObject_GetIter(iterable));

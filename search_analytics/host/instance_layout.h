@@ -8,32 +8,11 @@
 
 #include <cstdint>
 
-#include "host/compat.h"
+#include "host/key_table.h"
 
 namespace search_analytics::host {
 
-#if SEARCH_ANALYTICS_KNOWS_INSTANCES
-
-// The names of a class's instance attributes, in the order of their numbers.
-struct SharedKeys {
-    Py_ssize_t reference_count;
-    std::uint8_t log2_size;
-    std::uint8_t log2_index_bytes;
-    std::uint8_t kind;
-    std::uint32_t version;
-    Py_ssize_t usable;
-    Py_ssize_t entry_count;
-    char indices[1];
-
-    struct Entry {
-        PyObject* key;
-        PyObject* value;
-    };
-
-    const Entry* entries() const {
-        return reinterpret_cast<const Entry*>(indices + (std::size_t{1} << log2_index_bytes));
-    }
-};
+#if SEARCH_ANALYTICS_KNOWS_LAYOUT
 
 // The number of an attribute among the instances of a class, or -1.
 inline Py_ssize_t attribute_number(PyTypeObject* type, PyObject* name) {
@@ -41,7 +20,7 @@ inline Py_ssize_t attribute_number(PyTypeObject* type, PyObject* name) {
     if ((type->tp_flags & kNeeded) != kNeeded) {
         return -1;
     }
-    const auto* keys = reinterpret_cast<const SharedKeys*>(
+    const auto* keys = reinterpret_cast<const KeyTable*>(
         reinterpret_cast<PyHeapTypeObject*>(type)->ht_cached_keys);
     for (Py_ssize_t i = 0; keys != nullptr && i < keys->entry_count; ++i) {
         if (keys->entries()[i].key == name) {

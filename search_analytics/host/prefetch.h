@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "host/instance_layout.h"
+#include "host/python.h"
 
 namespace search_analytics::host {
 
@@ -16,53 +16,30 @@ inline void prefetch(const void* address) {
     asm volatile("");
 }
 
-// The longest stretch of a list or a dictionary that is asked for ahead.
+// Asks for an instance and what the interpreter keeps in front of it.
+inline void prefetch_instance(PyObject* instance) {
+    prefetch(reinterpret_cast<char*>(instance) - 32);
+    prefetch(instance);
+}
+
+// Asks for an object of the size of a short string.
+inline void prefetch_value(PyObject* value) {
+    prefetch(value);
+    prefetch(reinterpret_cast<char*>(value) + 63);
+}
+
+// The longest stretch of a list that is asked for ahead.
 inline constexpr Py_ssize_t kPrefetchedItems = 8;
-
-// Asks for an object and what the interpreter keeps in front of it.
-inline void prefetch_object(PyObject* object) {
-    prefetch(reinterpret_cast<char*>(object) - 32);
-    prefetch(object);
-}
-
-// Asks for the table behind a list or a dictionary. Reads the object itself.
-inline void prefetch_table(PyObject* object) {
-    if (PyList_CheckExact(object)) {
-        prefetch(reinterpret_cast<PyListObject*>(object)->ob_item);
-    } else if (PyDict_CheckExact(object)) {
-        const char* table =
-            reinterpret_cast<const char*>(reinterpret_cast<PyDictObject*>(object)->ma_keys);
-        prefetch(table);
-        prefetch(table + 64);
-        prefetch(table + 128);
-    }
-}
 
 // Calls `visit` with the first items of a list, borrowed. `visit` must not run code.
 template <typename Visit>
-void for_each_item(PyObject* object, Visit&& visit) {
+void for_each_item_ahead(PyObject* object, Visit&& visit) {
     if (PyList_CheckExact(object)) {
         const Py_ssize_t count = std::min(PyList_GET_SIZE(object), kPrefetchedItems);
         for (Py_ssize_t i = 0; i < count; ++i) {
             visit(PyList_GET_ITEM(object, i));
         }
     }
-}
-
-// Asks for the items of a list, or for the keys and values of a dictionary. Reads the table.
-inline void prefetch_entries(PyObject* object) {
-    for_each_item(object, prefetch_object);
-#if SEARCH_ANALYTICS_KNOWS_INSTANCES
-    if (PyDict_CheckExact(object)) {
-        const auto* keys =
-            reinterpret_cast<const SharedKeys*>(reinterpret_cast<PyDictObject*>(object)->ma_keys);
-        const Py_ssize_t count = std::min(keys->entry_count, kPrefetchedItems);
-        for (Py_ssize_t i = 0; i < count; ++i) {
-            prefetch(keys->entries()[i].key);
-            prefetch(keys->entries()[i].value);
-        }
-    }
-#endif
 }
 
 }  // namespace search_analytics::host

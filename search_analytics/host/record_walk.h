@@ -3,7 +3,7 @@
 
 #include "host/attribute_reader.h"
 #include "host/containers.h"
-#include "host/prefetch.h"
+#include "host/entry_reader.h"
 
 namespace search_analytics::host {
 
@@ -14,34 +14,51 @@ namespace search_analytics::host {
 // are given; what is not there in time, or not where it was, is read as ever.
 class ReadAhead {
    public:
-    using Readers = std::initializer_list<const AttributeReader*>;
+    // What is wanted of the records. All readers must outlive the walk.
 
-    // The readers whose values are wanted, apart from those whose values are lists of items or
-    // tables, which are wanted with all they hold. They must outlive the walk.
-    explicit ReadAhead(Readers plain, Readers deep = {})
-        : readers_(plain), plain_count_(plain.size()) {
-        readers_.insert(readers_.end(), deep);
+    // An attribute whose value is one of a few objects that everybody shares: flags, small numbers.
+    ReadAhead& flag(const AttributeReader& attribute) {
+        places_.push_back(&attribute);
+        return *this;
+    }
+
+    // An attribute, and what its value holds.
+    ReadAhead& value(const AttributeReader& attribute) {
+        values_.push_back(&attribute);
+        return flag(attribute);
+    }
+
+    // Entries of the dictionary that an attribute is.
+    ReadAhead& table(const AttributeReader& attribute,
+                     std::initializer_list<const EntryReader*> entries) {
+        tables_.push_back({&attribute, entries});
+        return flag(attribute);
+    }
+
+    // One entry of every dictionary in the list that an attribute is.
+    ReadAhead& items(const AttributeReader& attribute, const EntryReader& entry) {
+        items_.push_back({&attribute, &entry});
+        return flag(attribute);
     }
 
     // Asks for what will be needed of the records from position `i` of a list on.
     void look(PyObject* list, Py_ssize_t i) const {
         const Py_ssize_t size = PyList_GET_SIZE(list);
         if (i + kRecords < size) {
-            prefetch_object(PyList_GET_ITEM(list, i + kRecords));
+            prefetch_instance(PyList_GET_ITEM(list, i + kRecords));
         }
         if (i + kArrays < size) {
-            for (const AttributeReader* reader : readers_) {
-                reader->prefetch_place(PyList_GET_ITEM(list, i + kArrays));
+            PyObject* record = PyList_GET_ITEM(list, i + kArrays);
+            for (const AttributeReader* place : places_) {
+                place->prefetch_place(record);
             }
-            for_each_value(list, i + kValues, 0, prefetch_object);
-        }
-        if (i + kTables < size && plain_count_ < readers_.size()) {
-            for_each_value(list, i + kTables, plain_count_, prefetch_table);
-            for_each_value(list, i + kEntries, plain_count_, prefetch_entries);
-            for_each_value(list, i + kItemTables, plain_count_,
-                           [](PyObject* value) { for_each_item(value, prefetch_table); });
-            for_each_value(list, i + kItemEntries, plain_count_,
-                           [](PyObject* value) { for_each_item(value, prefetch_entries); });
+            look_at_values(PyList_GET_ITEM(list, i + kValues));
+            if (!tables_.empty()) {
+                look_at_tables(list, i);
+            }
+            if (!items_.empty()) {
+                look_at_items(list, i);
+            }
         }
     }
 
@@ -57,32 +74,106 @@ class ReadAhead {
         kRecords = 14,
     };
 
+    struct Table {
+        const AttributeReader* attribute;
+        std::vector<const EntryReader*> entries;
+    };
+    struct Items {
+        const AttributeReader* attribute;
+        const EntryReader* entry;
+    };
+
     template <typename Visit>
-    void for_each_value(PyObject* list, Py_ssize_t i, std::size_t first, Visit&& visit) const {
-        PyObject* record = PyList_GET_ITEM(list, i);
-        for (std::size_t reader = first; reader < readers_.size(); ++reader) {
-            if (PyObject* value = readers_[reader]->known_place(record)) {
-                visit(value);
-            }
+    static void with_value(const AttributeReader& attribute, PyObject* record, Visit&& visit) {
+        if (PyObject* value = attribute.known_place(record)) {
+            visit(value);
         }
     }
 
-    std::vector<const AttributeReader*> readers_;
-    std::size_t plain_count_;
+    void look_at_values(PyObject* record) const {
+        for (const AttributeReader* attribute : values_) {
+            with_value(*attribute, record, prefetch_value);
+        }
+        for (const Table& table : tables_) {
+            with_value(*table.attribute, record, [](PyObject* dict) { prefetch(dict); });
+        }
+        for (const Items& items : items_) {
+            with_value(*items.attribute, record, [](PyObject* list) { prefetch(list); });
+        }
+    }
+
+    void look_at_tables(PyObject* list, Py_ssize_t i) const {
+        for (const Table& table : tables_) {
+            with_value(*table.attribute, PyList_GET_ITEM(list, i + kTables), [&](PyObject* dict) {
+                for (const EntryReader* entry : table.entries) {
+                    entry->prefetch_place(dict);
+                }
+            });
+            with_value(*table.attribute, PyList_GET_ITEM(list, i + kEntries), [&](PyObject* dict) {
+                for (const EntryReader* entry : table.entries) {
+                    entry->look_ahead(dict, prefetch_value);
+                }
+            });
+        }
+    }
+
+    void look_at_items(PyObject* list, Py_ssize_t i) const {
+        for (const Items& items : items_) {
+            const auto at = [&](Py_ssize_t step, auto&& visit) {
+                with_value(*items.attribute, PyList_GET_ITEM(list, i + step), visit);
+            };
+            at(kTables, [](PyObject* value) {
+                if (PyList_CheckExact(value)) {
+                    prefetch(reinterpret_cast<PyListObject*>(value)->ob_item);
+                }
+            });
+            at(kEntries, [](PyObject* value) {
+                for_each_item_ahead(value, [](PyObject* item) { prefetch(item); });
+            });
+            at(kItemTables, [&](PyObject* value) {
+                for_each_item_ahead(value,
+                                    [&](PyObject* item) { items.entry->prefetch_place(item); });
+            });
+            at(kItemEntries, [&](PyObject* value) {
+                for_each_item_ahead(
+                    value, [&](PyObject* item) { items.entry->look_ahead(item, prefetch_value); });
+            });
+        }
+    }
+
+    std::vector<const AttributeReader*> places_;
+    std::vector<const AttributeReader*> values_;
+    std::vector<Table> tables_;
+    std::vector<Items> items_;
 };
 
-// for record in records: visit(record) -- reading ahead where `records` is a list.
-template <typename Visit>
-void for_each_record(PyObject* records, const ReadAhead& ahead, Visit&& visit) {
+// for record in records: visit(record) -- reading ahead where `records` is a list. Each record is
+// shown to `look` first, borrowed: where looking is enough, it does what is to be done, and returns
+// true. It must not run code before it is done with the record.
+template <typename Look, typename Visit>
+void for_each_record(PyObject* records, const ReadAhead& ahead, Look&& look, Visit&& visit) {
     if (!PyList_CheckExact(records)) {
-        for_each(records, visit);
+        for_each(records, [&](PyObject* record) {
+            if (!look(record)) {
+                visit(record);
+            }
+        });
         return;
     }
-    Py_ssize_t i = 0;
-    for_each(records, [&](PyObject* record) {
-        ahead.look(records, i++);
-        visit(record);
+    for_each_place_until(records, [&](Py_ssize_t i, PyObject* record) {
+        ahead.look(records, i);
+        if (!look(record)) {
+            const Ref current = Ref::share(record);
+            visit(record);
+        }
+        return true;
     });
+}
+
+// The same for what looking is never enough for.
+template <typename Visit>
+void for_each_record(PyObject* records, const ReadAhead& ahead, Visit&& visit) {
+    for_each_record(records, ahead, [](PyObject*) { return false; }, visit);
 }
 
 }  // namespace search_analytics::host
