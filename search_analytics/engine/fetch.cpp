@@ -112,7 +112,9 @@ class UsageFilters {
     // A new list of the evaluations that pass every filter.
     Ref kept(PyObject* evals) {
         ReadAhead ahead;
-        filters_.front().read_ahead(ahead);
+        for (const UsageFilter& filter : filters_) {
+            filter.read_ahead(ahead);
+        }
         Ref kept = new_list();
         const auto look = [&](PyObject* ev) {
             for (UsageFilter& filter : filters_) {
