@@ -8,11 +8,13 @@
 
 namespace search_analytics::host {
 
-// Asks for the line of memory at an address. The empty statement makes a function that does nothing
-// else worth calling: GCC takes one that only prefetches for one without effect, and leaves the
-// call out.
+// Asks for the line of memory at an address, into the second cache: more lines can be under way to
+// it than to the first. The empty statement makes a function that does nothing else worth calling:
+// GCC takes one that only prefetches for one without effect, and leaves the call out.
 inline void prefetch(const void* address) {
-    __builtin_prefetch(address);
+    constexpr int kForReading = 0;
+    constexpr int kSecondCache = 2;
+    __builtin_prefetch(address, kForReading, kSecondCache);
     asm volatile("");
 }
 

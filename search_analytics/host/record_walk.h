@@ -65,13 +65,13 @@ class ReadAhead {
    private:
     // How many records ahead each step is taken.
     enum : Py_ssize_t {
-        kItemEntries = 1,
-        kItemTables = 3,
-        kEntries = 5,
-        kTables = 7,
-        kValues = 9,
-        kArrays = 11,
-        kRecords = 14,
+        kItemEntries = 2,
+        kItemTables = 5,
+        kEntries = 8,
+        kTables = 11,
+        kValues = 14,
+        kArrays = 17,
+        kRecords = 20,
     };
 
     struct Table {
