@@ -46,17 +46,13 @@ class EntryReader {
         }
     }
 
-    // Calls `visit` with the key and the value that stand in the place looked at first, borrowed.
-    // `visit` must not run code.
-    template <typename Visit>
-    void look_ahead(PyObject* object, Visit&& visit) const {
+    // Hints that the entry will be read soon. Reads the table.
+    void prefetch_entry(PyObject* object) const {
         const KeyTable* table = plain_table(object);
         if (table != nullptr && place_ < table->entry_count) {
             const KeyTable::Entry& entry = table->entries()[place_];
-            visit(entry.key);
-            if (entry.value != nullptr) {
-                visit(entry.value);
-            }
+            prefetch_text(entry.key);
+            prefetch_value(entry.value);
         }
     }
 

@@ -111,7 +111,7 @@ class ReadAhead {
             });
             with_value(*table.attribute, PyList_GET_ITEM(list, i + kEntries), [&](PyObject* dict) {
                 for (const EntryReader* entry : table.entries) {
-                    entry->look_ahead(dict, prefetch_value);
+                    entry->prefetch_entry(dict);
                 }
             });
         }
@@ -135,8 +135,8 @@ class ReadAhead {
                                     [&](PyObject* item) { items.entry->prefetch_place(item); });
             });
             at(kItemEntries, [&](PyObject* value) {
-                for_each_item_ahead(
-                    value, [&](PyObject* item) { items.entry->look_ahead(item, prefetch_value); });
+                for_each_item_ahead(value,
+                                    [&](PyObject* item) { items.entry->prefetch_entry(item); });
             });
         }
     }
