@@ -27,7 +27,7 @@ inline void prefetch_instance(PyObject* instance) {
 // The part of a short string that comparing reads, from its length to its end. The type in front
 // of that often lies in a line of its own.
 inline constexpr std::size_t kTextBegin = 24;
-inline constexpr std::size_t kTextEnd = 63;
+inline constexpr std::size_t kTextEnd = 72;
 
 // Asks for a string whose type will not be asked for.
 inline void prefetch_text(PyObject* text) {

@@ -65,13 +65,13 @@ class ReadAhead {
    private:
     // How many records ahead each step is taken.
     enum : Py_ssize_t {
-        kItemEntries = 2,
-        kItemTables = 5,
-        kEntries = 8,
-        kTables = 11,
-        kValues = 14,
-        kArrays = 17,
-        kRecords = 20,
+        kItemEntries = 4,
+        kItemTables = 7,
+        kEntries = 10,
+        kTables = 13,
+        kValues = 16,
+        kArrays = 19,
+        kRecords = 23,
     };
 
     struct Table {
