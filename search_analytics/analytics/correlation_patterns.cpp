@@ -24,7 +24,7 @@ void count_pairs(const ModuleState& state, PyObject* evals, PairTable& pairs) {
                                 .items(*reader.metadata(Side::kFunctions), function_name);
     KeySide used;
     const auto look = [&](PyObject* ev) {
-        PyObject* passed = passed_thresholds.known_place(ev);
+        PyObject* passed = passed_thresholds.look(ev);
         if (passed == nullptr || !PyBool_Check(passed) || !pairs.is_plain() ||
             !used.look(reader, ev, Side::kFunctions, function_name)) {
             return false;

@@ -58,8 +58,8 @@ class PatternCounter {
    private:
     // Counts a record that can be read by looking.
     bool look(PyObject* ev) {
-        PyObject* flag = passed_thresholds_.known_place(ev);
-        PyObject* depth = tree_depth_.known_place(ev);
+        PyObject* flag = passed_thresholds_.look(ev);
+        PyObject* depth = tree_depth_.look(ev);
         if (flag == nullptr || !PyBool_Check(flag) || depth == nullptr ||
             !depths_.runs_no_code_with(depth) || !families_.runs_no_code() ||
             !used_.look(usage_, ev, Side::kFunctions, family_)) {

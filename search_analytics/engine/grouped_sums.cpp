@@ -116,8 +116,8 @@ void GroupedSums::add(PyObject* ev) {
 
 // Adds a record that can be read by looking.
 bool GroupedSums::look(PyObject* ev) {
-    PyObject* timestamp = read_.timestamp.known_place(ev);
-    PyObject* era = read_.era_id.known_place(ev);
+    PyObject* timestamp = read_.timestamp.look(ev);
+    PyObject* era = read_.era_id.look(ev);
     if (!can_look() || !look_at_measures(ev) || timestamp == nullptr || era == nullptr ||
         !week_.can_look_at(timestamp) || !day_.can_look_at(timestamp) ||
         (request_.era_id != Py_None && !(is_plain_text(era) && is_plain_text(request_.era_id))) ||
@@ -125,7 +125,7 @@ bool GroupedSums::look(PyObject* ev) {
         !features_.look(reader_, ev, Side::kFeatures, feature_entry_)) {
         return false;
     }
-    find_submittable(read_.correlation.known_place(ev));
+    find_submittable(read_.correlation.look(ev));
     const std::size_t group = groups_.number_of(functions_, features_);
     count(group);
     count_into_windows(group, timestamp, era);
@@ -139,18 +139,18 @@ bool GroupedSums::can_look() const {
 }
 
 bool GroupedSums::look_at_measures(PyObject* ev) {
-    PyObject* per_column = read_.per_column_stats.known_place(ev);
-    PyObject* passed = read_.passed_thresholds.known_place(ev);
+    PyObject* per_column = read_.per_column_stats.look(ev);
+    PyObject* passed = read_.passed_thresholds.look(ev);
     if (per_column == nullptr || passed == nullptr || !PyBool_Check(passed)) {
         return false;
     }
     const auto column = [&](EntryReader& entry, const AttributeReader& reader) {
-        return per_column == Py_None ? reader.known_place(ev) : entry.look(per_column);
+        return per_column == Py_None ? reader.look(ev) : entry.look(per_column);
     };
     const std::array<PyObject*, kMeasureCount> values = {
         column(sharpe_entry_, read_.sharpe), column(returns_entry_, read_.returns),
-        read_.turnover.known_place(ev), column(drawdown_entry_, read_.drawdown),
-        read_.correlation.known_place(ev)};
+        read_.turnover.look(ev), column(drawdown_entry_, read_.drawdown),
+        read_.correlation.look(ev)};
     measures_.passed = passed == Py_True;
     for (std::size_t i = 0; i < kMeasureCount; ++i) {
         if (values[i] == nullptr || !PyFloat_CheckExact(values[i])) {

@@ -65,7 +65,7 @@ Ref records_since(const Names& names, PyObject* evals, const Cutoff& cutoff) {
     AttributeReader timestamp(names.timestamp);
     Ref kept = new_list();
     const auto look = [&](PyObject* ev) {
-        PyObject* moment = timestamp.known_place(ev);
+        PyObject* moment = timestamp.look(ev);
         if (moment == nullptr || !cutoff.can_look_at(moment)) {
             return false;
         }
@@ -86,7 +86,7 @@ Py_ssize_t passed_count(const Names& names, PyObject* evals) {
     AttributeReader passed_thresholds(names.passed_thresholds);
     Py_ssize_t count = 0;
     const auto look = [&](PyObject* ev) {
-        PyObject* passed = passed_thresholds.known_place(ev);
+        PyObject* passed = passed_thresholds.look(ev);
         if (passed == nullptr || !PyBool_Check(passed)) {
             return false;
         }

@@ -66,7 +66,7 @@ class UsageReader {
 template <typename Visit>
 bool UsageReader::look(PyObject* record, Side side, host::EntryReader& key, Visit&& visit) const {
     const SideReaders& readers = of(side);
-    PyObject* items = readers.metadata.known_place(record);
+    PyObject* items = readers.metadata.look(record);
     if (items == nullptr || !PyList_CheckExact(items) || PyList_GET_SIZE(items) == 0 ||
         !readers.items_are_original || !value_is_original_) {
         return false;

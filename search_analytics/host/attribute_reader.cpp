@@ -5,14 +5,20 @@ namespace search_analytics::host {
 
 namespace {
 
-// Whether an instance's own attribute is what an ordinary look-up of `name` finds first.
-bool goes_by_instance(PyTypeObject* type, PyObject* name) {
-    if (type->tp_getattro != PyObject_GenericGetAttr ||
-        (type->tp_flags & Py_TPFLAGS_VALID_VERSION_TAG) == 0) {
-        return false;
+// Whether a class looks attributes up in the ordinary way, and tells when it changes.
+bool is_ordinary(const PyTypeObject* type) {
+    return type->tp_getattro == PyObject_GenericGetAttr &&
+           (type->tp_flags & Py_TPFLAGS_VALID_VERSION_TAG) != 0;
+}
+
+// The offset of the slot that a class's attribute describes, or -1.
+Py_ssize_t slot_offset(PyTypeObject* type, PyObject* in_class) {
+    if (in_class == nullptr || Py_TYPE(in_class) != &PyMemberDescr_Type ||
+        PyType_IsSubtype(type, PyDescr_TYPE(in_class)) == 0) {
+        return -1;
     }
-    PyObject* in_class = _PyType_Lookup(type, name);
-    return in_class == nullptr || Py_TYPE(in_class)->tp_descr_set == nullptr;
+    const PyMemberDef* member = reinterpret_cast<PyMemberDescrObject*>(in_class)->d_member;
+    return member->type == Py_T_OBJECT_EX ? member->offset : -1;
 }
 
 }  // namespace
@@ -26,24 +32,52 @@ Ref AttributeReader::read_anew(PyObject* record) {
 Ref AttributeReader::read_anew_or_none(PyObject* record) {
     auto value = optional_attribute(record, name_);
     if (!value) {
+        learn_absence(record);
         return Ref::none();
     }
     learn(record, value->get());
     return std::move(*value);
 }
 
-// A class is believed only after its array has shown the very object that the look-up gave.
-void AttributeReader::learn(PyObject* record, PyObject* value) {
-    PyTypeObject* type = Py_TYPE(record);
-    if ((type == type_ && type->tp_version_tag == version_) || lessons_ == 0) {
-        return;
+// Notes the class of a record. Returns whether it is worth finding out where that keeps things.
+bool AttributeReader::is_new_class_of(PyObject* record) {
+    if (knows_class_of(record) || lessons_ == 0) {
+        return false;
     }
     --lessons_;
-    type_ = type;
-    version_ = type->tp_version_tag;
-    number_ = goes_by_instance(type, name_) ? attribute_number(type, name_) : -1;
-    if (number_ >= 0 && known_place(record) != value) {
-        number_ = -1;
+    type_ = Py_TYPE(record);
+    version_ = type_->tp_version_tag;
+    where_ = Where::kUnknown;
+    return is_ordinary(type_);
+}
+
+// A place is believed only after it has shown the very object that the look-up gave.
+void AttributeReader::learn(PyObject* record, PyObject* value) {
+    if (!is_new_class_of(record)) {
+        return;
+    }
+    PyTypeObject* type = Py_TYPE(record);
+    PyObject* in_class = _PyType_Lookup(type, name_);
+    if (in_class == nullptr || Py_TYPE(in_class)->tp_descr_set == nullptr) {
+        number_ = attribute_number(type, name_);
+        where_ = Where::kArray;
+    } else {
+        number_ = slot_offset(type, in_class);
+        where_ = Where::kSlot;
+    }
+    if (number_ < 0 || look(record) != value) {
+        where_ = Where::kUnknown;
+    }
+}
+
+void AttributeReader::learn_absence(PyObject* record) {
+    if (!is_new_class_of(record)) {
+        return;
+    }
+    PyTypeObject* type = Py_TYPE(record);
+    if (_PyType_Lookup(type, name_) == nullptr && attribute_number(type, name_) < 0) {
+        number_ = numbered_attributes(type);
+        where_ = number_ >= 0 ? Where::kNowhere : Where::kUnknown;
     }
 }
 

@@ -9,21 +9,34 @@
 #include <cstdint>
 
 #include "host/key_table.h"
+#include "host/plain_text.h"
 
 namespace search_analytics::host {
 
 #if SEARCH_ANALYTICS_KNOWS_LAYOUT
 
-// The number of an attribute among the instances of a class, or -1.
-inline Py_ssize_t attribute_number(PyTypeObject* type, PyObject* name) {
+// The names of the attributes that the instances of a class number alike, in the order of their
+// numbers; or null.
+inline const KeyTable* attribute_names(PyTypeObject* type) {
     constexpr unsigned long kNeeded = Py_TPFLAGS_HEAPTYPE | Py_TPFLAGS_MANAGED_DICT;
     if ((type->tp_flags & kNeeded) != kNeeded) {
-        return -1;
+        return nullptr;
     }
-    const auto* keys = reinterpret_cast<const KeyTable*>(
+    return reinterpret_cast<const KeyTable*>(
         reinterpret_cast<PyHeapTypeObject*>(type)->ht_cached_keys);
-    for (Py_ssize_t i = 0; keys != nullptr && i < keys->entry_count; ++i) {
-        if (keys->entries()[i].key == name) {
+}
+
+// How many such attributes there are, or -1 where nothing is known. They never become fewer.
+inline Py_ssize_t numbered_attributes(PyTypeObject* type) {
+    const KeyTable* names = attribute_names(type);
+    return names != nullptr ? names->entry_count : -1;
+}
+
+// The number of an attribute, or -1.
+inline Py_ssize_t attribute_number(PyTypeObject* type, PyObject* name) {
+    const KeyTable* names = attribute_names(type);
+    for (Py_ssize_t i = 0; names != nullptr && i < names->entry_count; ++i) {
+        if (same_text(names->entries()[i].key, name)) {
             return i;
         }
     }
@@ -52,6 +65,7 @@ inline PyObject** instance_values(PyObject* instance) {
 
 #else
 
+inline Py_ssize_t numbered_attributes(PyTypeObject*) { return -1; }
 inline Py_ssize_t attribute_number(PyTypeObject*, PyObject*) { return -1; }
 inline PyObject** instance_values(PyObject*) { return nullptr; }
 

@@ -85,7 +85,7 @@ class ReadAhead {
 
     template <typename Visit>
     static void with_value(const AttributeReader& attribute, PyObject* record, Visit&& visit) {
-        if (PyObject* value = attribute.known_place(record)) {
+        if (PyObject* value = attribute.look(record)) {
             visit(value);
         }
     }
