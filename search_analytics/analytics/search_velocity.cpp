@@ -44,14 +44,22 @@ Ref per_hour(const Ref& count, const Ref& hours, bool has_length) {
     return has_length ? divide(count.get(), hours.get()) : real(0.0);
 }
 
-Ref measure(const ModuleState& state, const RecordMaker& maker, PyObject* evals, PyObject* now,
-            PyObject* window) {
-    const Names& names = state.names;
+// now - window * 60
+Cutoff cutoff_of(PyObject* now, PyObject* window) {
     const Ref seconds = multiply(window, integer(60).get());
-    const Cutoff cutoff(subtract(now, seconds.get()));
+    return Cutoff(subtract(now, seconds.get()));
+}
+
+PassCounts counts_since(const Names& names, PyObject* evals, const Cutoff& cutoff) {
     const Ref recent = records_since(names, evals, cutoff);
-    const Ref total = integer(list_size(recent));
-    const Ref passed = integer(passed_count(names, recent.get()));
+    return {list_size(recent), passed_count(names, recent.get())};
+}
+
+Ref measure(const ModuleState& state, const RecordMaker& maker, PyObject* window,
+            const PassCounts& counts) {
+    const Names& names = state.names;
+    const Ref total = integer(counts.total);
+    const Ref passed = integer(counts.passed);
     const Ref hours = divide(window, real(60.0).get());
     const bool has_length = compare(hours.get(), integer(0).get(), Py_GT);
     const Ref evaluation_rate = per_hour(total, hours, has_length);
@@ -61,6 +69,55 @@ Ref measure(const ModuleState& state, const RecordMaker& maker, PyObject* evals,
                        {names.passes_per_hour, pass_rate.get()},
                        {names.total_evaluations, total.get()},
                        {names.total_passed, passed.get()}});
+}
+
+// Whether reckoning with a window runs no code and cannot fail.
+bool is_plain_window(PyObject* window) {
+    int overflow = 0;
+    if (PyLong_CheckExact(window)) {
+        PyLong_AsLongLongAndOverflow(window, &overflow);
+        return overflow == 0;
+    }
+    return PyFloat_CheckExact(window) != 0;
+}
+
+// The windows one after the other, each over the records again: a record may change them, or
+// itself, whenever it is asked.
+Ref measure_each(const ModuleState& state, PyObject* evals, PyObject* now, PyObject* windows) {
+    const RecordMaker maker(state, state.names.VelocityWindow);
+    Ref measured = new_list();
+    for_each(windows, [&](PyObject* window) {
+        const PassCounts counts = counts_since(state.names, evals, cutoff_of(now, window));
+        append(measured, measure(state, maker, window, counts).get());
+    });
+    return measured;
+}
+
+// All windows in one walk over the records; nothing if looking is not enough for one of them.
+std::optional<Ref> measure_together(const ModuleState& state, PyObject* evals, PyObject* now,
+                                    PyObject* windows) {
+    const RecordMaker maker(state, state.names.VelocityWindow);
+    if (!maker.is_original() || !PyList_CheckExact(evals) || !PyList_CheckExact(windows)) {
+        return std::nullopt;
+    }
+    std::vector<Ref> plain_windows;
+    std::vector<Cutoff> cutoffs;
+    for (PyObject* window : items_of(windows)) {
+        if (!is_plain_window(window)) {
+            return std::nullopt;
+        }
+        plain_windows.push_back(Ref::share(window));
+        cutoffs.push_back(cutoff_of(now, window));
+    }
+    const auto counts = counts_by_looking(state.names, evals, cutoffs);
+    if (!counts) {
+        return std::nullopt;
+    }
+    Ref measured = new_list();
+    for (std::size_t i = 0; i < cutoffs.size(); ++i) {
+        append(measured, measure(state, maker, plain_windows[i].get(), (*counts)[i]).get());
+    }
+    return measured;
 }
 
 bool has_too_few(const Names& names, const Ref& measured) {
@@ -113,11 +170,9 @@ Ref get_search_velocity(const Call& call) {
     const Ref windows = requested_windows(call[names.windows]);
     const Ref evals = filters.fetch(state, call[names.self], nullptr);
     const Ref now = current_time(state);
-    const RecordMaker maker(state, names.VelocityWindow);
-    const Ref measured = new_list();
-    for_each(windows.get(), [&](PyObject* window) {
-        append(measured, measure(state, maker, evals.get(), now.get(), window).get());
-    });
+    auto together = measure_together(state, evals.get(), now.get(), windows.get());
+    const Ref measured = together ? std::move(*together)
+                                  : measure_each(state, evals.get(), now.get(), windows.get());
     const Ref label = unicode(trend(names, measured));
     return RecordMaker(state, names.SearchVelocityResult)
         .make({{names.windows, measured.get()}, {names.trend, label.get()}});

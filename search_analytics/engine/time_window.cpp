@@ -82,6 +82,35 @@ Ref records_since(const Names& names, PyObject* evals, const Cutoff& cutoff) {
     return kept;
 }
 
+std::optional<std::vector<PassCounts>> counts_by_looking(const Names& names, PyObject* evals,
+                                                         const std::vector<Cutoff>& cutoffs) {
+    AttributeReader timestamp(names.timestamp);
+    AttributeReader passed_thresholds(names.passed_thresholds);
+    if (PyList_GET_SIZE(evals) > 0) {
+        const Ref first = Ref::share(PyList_GET_ITEM(evals, 0));
+        timestamp.learn_by_looking(first.get());
+        passed_thresholds.learn_by_looking(first.get());
+    }
+    const ReadAhead ahead = ReadAhead().value(timestamp);
+    std::vector<PassCounts> counts(cutoffs.size());
+    bool is_enough = true;
+    for_each_place_until(evals, [&](Py_ssize_t i, PyObject* ev) {
+        ahead.look(evals, i);
+        PyObject* moment = timestamp.look(ev);
+        is_enough = moment != nullptr;
+        for (std::size_t window = 0; is_enough && window < cutoffs.size(); ++window) {
+            is_enough = cutoffs[window].can_look_at(moment);
+            if (is_enough && cutoffs[window].includes(moment)) {
+                PyObject* passed = passed_thresholds.look(ev);
+                is_enough = passed != nullptr && PyBool_Check(passed);
+                counts[window].add(passed == Py_True);
+            }
+        }
+        return is_enough;
+    });
+    return is_enough ? std::optional(std::move(counts)) : std::nullopt;
+}
+
 Py_ssize_t passed_count(const Names& names, PyObject* evals) {
     AttributeReader passed_thresholds(names.passed_thresholds);
     Py_ssize_t count = 0;

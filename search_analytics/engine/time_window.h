@@ -1,6 +1,10 @@
 // Time windows: which records fall into one.
 #pragma once
 
+#include <optional>
+#include <vector>
+
+#include "engine/count_table.h"
 #include "host/function.h"
 
 namespace search_analytics {
@@ -43,6 +47,11 @@ class Cutoff {
 
 // A new list of the records of `evals` that are not older than the cut-off.
 host::Ref records_since(const host::Names& names, PyObject* evals, const Cutoff& cutoff);
+
+// How many records of the list `evals` are not older than each cut-off, and how many of those
+// passed: one walk for all cut-offs; nothing if looking is not enough for one of the records.
+std::optional<std::vector<PassCounts>> counts_by_looking(const host::Names& names, PyObject* evals,
+                                                         const std::vector<Cutoff>& cutoffs);
 
 // How many records of `evals` passed.
 Py_ssize_t passed_count(const host::Names& names, PyObject* evals);

@@ -23,6 +23,20 @@ Py_ssize_t slot_offset(PyTypeObject* type, PyObject* in_class) {
 
 }  // namespace
 
+// An ordinary look-up runs no code where it finds no descriptor, or one of a slot.
+void AttributeReader::learn_by_looking(PyObject* record) {
+    PyTypeObject* type = Py_TYPE(record);
+    PyObject* in_class = _PyType_Lookup(type, name_);
+    const bool is_value = in_class == nullptr || Py_TYPE(in_class)->tp_descr_get == nullptr;
+    if (is_ordinary(type) && (is_value || slot_offset(type, in_class) >= 0)) {
+        try {
+            learn(record, attribute(record, name_).get());
+        } catch (const ErrorSet&) {
+            forget_error();
+        }
+    }
+}
+
 Ref AttributeReader::read_anew(PyObject* record) {
     Ref value = attribute(record, name_);
     learn(record, value.get());

@@ -46,6 +46,10 @@ class AttributeReader {
         return look(record);
     }
 
+    // Learns the class of a record whose attribute is not read, as long as a look-up would run no
+    // code, for a walk that only looks.
+    void learn_by_looking(PyObject* record);
+
     // Hints that the record's place for the attribute will be read soon.
     void prefetch_place(PyObject* record) const {
         PyObject** place = Py_TYPE(record) == type_ ? place_in(record) : nullptr;

@@ -1,6 +1,8 @@
 // Lists, tuples, dictionaries, and iteration over anything.
 #pragma once
 
+#include <span>
+
 #include "host/number.h"
 #include "host/object.h"
 
@@ -18,6 +20,12 @@ inline Ref list_of(PyObject* iterable) { return Ref::steal(PySequence_List(itera
 
 // REQUIRES: `list` is a list of our own making.
 inline void append(const Ref& list, PyObject* item) { check(PyList_Append(list.get(), item)); }
+// The items of an exact list, borrowed, until code runs.
+inline std::span<PyObject* const> items_of(PyObject* list) {
+    return {reinterpret_cast<PyListObject*>(list)->ob_item,
+            static_cast<std::size_t>(PyList_GET_SIZE(list))};
+}
+
 inline Py_ssize_t list_size(const Ref& list) { return PyList_GET_SIZE(list.get()); }
 
 // len(object)

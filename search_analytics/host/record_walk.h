@@ -41,7 +41,7 @@ class ReadAhead {
         return flag(attribute);
     }
 
-    // Asks for what will be needed of the records from position `i` of a list on.
+    // Asks for what will be needed of the records in the list from place `i` on.
     void look(PyObject* list, Py_ssize_t i) const {
         const Py_ssize_t size = PyList_GET_SIZE(list);
         if (i + kRecords < size) {

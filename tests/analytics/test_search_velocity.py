@@ -270,3 +270,81 @@ def test_the_given_list_of_windows_is_not_changed():
     windows = [60, 30]
     velocity(aged(1), windows)
     assert windows == [60, 30]
+
+
+class Plain:
+    """A record that can be read by looking at it."""
+
+    def __init__(self, age, passed=True):
+        self.timestamp = NOW - 60 * age
+        self.passed_thresholds = passed
+
+
+@pytest.mark.parametrize("passed", [True, False, 1, 0, "yes", None])
+def test_plain_records_count_like_any_others(passed):
+    evals = [Plain(age, passed) for age in (0, 59, 60, 61, 359, 361, 1441)]
+    windows = velocity(evals).windows
+    assert [window.total_evaluations for window in windows] == [3, 5, 6]
+    assert [window.total_passed for window in windows] == [3, 5, 6] if passed else [0, 0, 0]
+
+
+@pytest.mark.parametrize("stamp", [0, NOW, Fraction(NOW), True])
+def test_a_time_stamp_of_another_number_type_among_floats(stamp):
+    evals = [Plain(0) for _ in range(5)]
+    evals[3].timestamp = stamp
+    expected = 5 if stamp == NOW else 4
+    assert velocity(evals, [60]).windows[0].total_evaluations == expected
+
+
+@pytest.mark.parametrize("place", [0, 3, 5])
+def test_a_record_that_changes_the_others_does_so_in_its_turn(place):
+    """It is asked once for each window; each time, another record leaves the window."""
+
+    class Sending:
+        passed_thresholds = True
+
+        @property
+        def timestamp(self):
+            evals[-1 - len(asked)].timestamp = 0.0
+            asked.append(1)
+            return NOW
+
+    asked = []
+    evals = [Plain(0) for _ in range(12)]
+    evals.insert(place, Sending())
+    windows = velocity(evals, [1, 2, 3]).windows
+    assert [window.total_evaluations for window in windows] == [12, 11, 10]
+    assert len(asked) == 3
+
+
+def test_a_window_too_long_to_reckon_with_fails_after_the_shorter_ones():
+    class ReadError(Exception):
+        pass
+
+    class Failing(Plain):
+        @property
+        def timestamp(self):
+            raise ReadError
+
+        @timestamp.setter
+        def timestamp(self, value):
+            pass
+
+    with pytest.raises(OverflowError):
+        velocity([Plain(0)], [60, 10**400])
+    with pytest.raises(ReadError):
+        velocity([Failing(0)], [60, 10**400])
+
+
+def test_a_replaced_record_class_is_called_between_the_windows(monkeypatch):
+    import kestrune.search_analytics as module
+
+    class Window(VelocityWindow):
+        def __init__(self, **fields):
+            super().__init__(**fields)
+            evals.append(Plain(0))
+
+    monkeypatch.setattr(module, "VelocityWindow", Window)
+    evals = [Plain(0)]
+    windows = velocity(evals, [1, 2, 3]).windows
+    assert [window.total_evaluations for window in windows] == [1, 2, 3]
