@@ -7,6 +7,7 @@ from collections import deque
 from types import MappingProxyType, SimpleNamespace
 from typing import Any
 
+from differential import steady
 from differential.hooks import HookedDict, HookedIterable, HookedList, HookedSequence, hooked
 from differential.usage import usage
 from differential.values import (
@@ -117,6 +118,8 @@ def pnl_mi(w: World) -> Any:
 
 def value_of(w: World, attribute: str) -> Any:
     """A value for one attribute."""
+    if w.steady and not steady.is_exception(w):
+        return steady.value(w, attribute)
     if attribute in ("passed_thresholds", "submitted"):
         return truth(w)
     if attribute == "per_column_stats":
@@ -150,7 +153,7 @@ def evaluation(
 ) -> Any:
     """One record with those attributes (some now and then missing) and usage on those sides."""
     for attribute in attributes:
-        if attribute in OPTIONAL and w.chance(20):
+        if attribute in OPTIONAL and not w.steady and w.chance(20):
             continue
         if w.broken(1):
             continue
@@ -162,6 +165,8 @@ def evaluation(
 
 def shaped(w: World, fields: dict[str, Any], label: str) -> Any:
     """A record of some shape with those fields."""
+    if w.steady and not steady.is_exception(w):
+        return w.tag(steady.SHAPES[w.steady_shape](**fields), "record")
     shape = w.below(len(QUIET_SHAPES) + len(LOGGING_SHAPES))
     record: Any
     if shape < len(QUIET_SHAPES):
@@ -198,7 +203,8 @@ def crowd(w: World) -> list[Any]:
             "function_metadata": metadata if group % 4 else metadata[:1],
             "features": ["close"],
         }
-        records.append(w.tag(SimpleNamespace(**fields), "record"))
+        shape = steady.SHAPES[w.steady_shape] if w.steady else SimpleNamespace
+        records.append(w.tag(shape(**fields), "record"))
     return records
 
 

@@ -5,6 +5,7 @@ from __future__ import annotations
 from collections import OrderedDict, deque
 from typing import Any
 
+from differential import steady
 from differential.hooks import HookedDict, HookedIterable, HookedSequence, hooked
 from differential.values import CLEAN_FAMILIES, fresh_error, name
 from differential.world import World
@@ -19,6 +20,8 @@ CLEAN_FEATURES = ("close", "volume", "range", "open", "vwap")
 
 def usage(w: World, side: str) -> dict[str, Any]:
     """The two attributes of one side, "function" or "feature", of one record."""
+    if w.steady and not steady.is_exception(w):
+        return steady.usage(w, side)
     metadata_name, names_name = SIDES[side]
     fields: dict[str, Any] = {}
     shape = w.below(100)

@@ -46,6 +46,9 @@ class World:
         self.mixes_nans = False
         self.mood = self.pick(("clean", "clean", "odd", "odd", "broken"))
         self.nan: float = self.pick(NANS)
+        # Whether the records are ordinary ones of one class, but for an exception now and then.
+        self.steady = self.chance(30)
+        self.steady_shape = self.below(4)
 
     def chance(self, percent: int) -> bool:
         """True in about `percent` of 100 cases."""
