@@ -31,13 +31,24 @@ std::optional<Ref> as_float(PyObject* value) {
     }
 }
 
+// Whether math.isfinite stands as the module found it; looked at without running code.
+bool isfinite_is_original(const ModuleState& state) {
+    const Names& names = state.names;
+    const auto math = dict_entry(state.globals(), names.math);
+    if (!math || !PyModule_CheckExact(math->get())) {
+        return false;
+    }
+    const auto test = dict_entry(PyModule_GetDict(math->get()), names.isfinite);
+    return test && is_bound(state, names.isfinite, test->get());
+}
+
 // math.isfinite(value)
 bool is_finite(const ModuleState& state, const Ref& value) {
-    const Ref math = load_global(state, state.names.math);
-    const Ref test = attribute(math.get(), state.names.isfinite);
-    if (is_bound(state, state.names.isfinite, test.get())) {
+    if (isfinite_is_original(state)) {
         return std::isfinite(PyFloat_AS_DOUBLE(value.get()));
     }
+    const Ref math = load_global(state, state.names.math);
+    const Ref test = attribute(math.get(), state.names.isfinite);
     return truth(call(test.get(), value.get()).get());
 }
 

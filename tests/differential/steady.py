@@ -95,8 +95,10 @@ def usage(w: World, side: str) -> dict[str, Any]:
 
 
 def _item(w: World, side: str) -> dict[str, str]:
+    # An empty name is no name for a pair, but one for a group.
+    names = ("", *CLEAN_NAMES) if w.chance(20) else CLEAN_NAMES
     entries = {
-        f"{side}_name": text(w, CLEAN_NAMES),
+        f"{side}_name": text(w, names),
         f"{side}_family": text(w, CLEAN_FAMILIES),
         f"{side}_subfamily": text(w, CLEAN_FAMILIES),
     }
