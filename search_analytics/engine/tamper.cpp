@@ -42,11 +42,8 @@ bool isfinite_is_original(const ModuleState& state) {
     return test && is_bound(state, names.isfinite, test->get());
 }
 
-// math.isfinite(value)
-bool is_finite(const ModuleState& state, const Ref& value) {
-    if (isfinite_is_original(state)) {
-        return std::isfinite(PyFloat_AS_DOUBLE(value.get()));
-    }
+// math.isfinite(value), whatever stands there now.
+bool ask_isfinite(const ModuleState& state, const Ref& value) {
     const Ref math = load_global(state, state.names.math);
     const Ref test = attribute(math.get(), state.names.isfinite);
     return truth(call(test.get(), value.get()).get());
@@ -71,12 +68,17 @@ Ref pnl_mi_tamper_delta(const ModuleState& state, PyObject* agent_value, PyObjec
     if (!server) {
         return Ref::none();
     }
+    const bool can_look = isfinite_is_original(state);
+    const auto is_finite = [&](const Ref& value) {
+        return can_look ? std::isfinite(PyFloat_AS_DOUBLE(value.get()))
+                        : ask_isfinite(state, value);
+    };
     const double agent_number = PyFloat_AS_DOUBLE(agent->get());
     // A zero from the agent stands for "not reported".
-    if (agent_number == 0.0 || !is_finite(state, *server)) {
+    if (agent_number == 0.0 || !is_finite(*server)) {
         return Ref::none();
     }
-    if (!is_finite(state, *agent)) {
+    if (!is_finite(*agent)) {
         return real(std::numeric_limits<double>::infinity());
     }
     const double delta = std::fabs(agent_number - PyFloat_AS_DOUBLE(server->get()));

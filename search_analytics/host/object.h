@@ -9,6 +9,7 @@
 
 #include "host/compat.h"
 #include "host/error.h"
+#include "host/plain_text.h"
 #include "host/python.h"
 #include "host/ref.h"
 
@@ -61,8 +62,13 @@ inline bool compare(PyObject* left, PyObject* right, int operation) {
 }
 
 inline bool equal(PyObject* left, PyObject* right) {
-    if (left == Py_None && PyUnicode_CheckExact(right)) {
-        return false;
+    if (is_plain_text(right)) {
+        if (left == Py_None) {
+            return false;
+        }
+        if (is_plain_text(left)) {
+            return same_text(left, right);
+        }
     }
     return compare(left, right, Py_EQ);
 }
