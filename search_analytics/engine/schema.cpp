@@ -10,9 +10,9 @@ using namespace host;
 namespace {
 
 // conn.execute(sql, (table_name,)).fetchone()
-Ref fetch_probe(const Names& names, PyObject* conn, const char* sql, PyObject* table_name) {
+Ref fetch_probe(const Names& names, PyObject* conn, PyObject* sql, PyObject* table_name) {
     const Ref parameters = Ref::steal(PyTuple_Pack(1, table_name));
-    const Ref cursor = call_method(conn, names.execute, unicode(sql).get(), parameters.get());
+    const Ref cursor = call_method(conn, names.execute, sql, parameters.get());
     return call_method(cursor.get(), names.fetchone);
 }
 
@@ -35,12 +35,11 @@ bool tracker_table_exists(const Names& names, PyObject* conn, PyObject* table_na
         return false;
     }
     const Ref dialect = attribute_or_none(conn, names.dialect);
-    if (equal(dialect.get(), unicode("postgres").get())) {
-        const Ref row = fetch_probe(names, conn, "SELECT to_regclass(?)", table_name);
+    if (equal(dialect.get(), names.postgres)) {
+        const Ref row = fetch_probe(names, conn, names.postgres_probe, table_name);
         return !row.is_none() && !item(row.get(), Py_ssize_t{0}).is_none();
     }
-    const Ref row = fetch_probe(
-        names, conn, "SELECT 1 FROM sqlite_master WHERE type='table' AND name=?", table_name);
+    const Ref row = fetch_probe(names, conn, names.sqlite_probe, table_name);
     return !row.is_none();
 }
 

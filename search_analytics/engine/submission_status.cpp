@@ -65,21 +65,22 @@ bool SubmissionStatusReader::table_exists() const {
 // Table and column are the only parts that vary, and come from a fixed list; whatever a caller
 // or a record says is bound as a parameter.
 Ref SubmissionStatusReader::query_text() {
-    if (!query_.empty() && query_table_.get() == table_.get() &&
-        query_column_.get() == pool_column_.get()) {
-        return query_.copy();
+    for (const Query& known : queries_) {
+        if (known.table.get() == table_.get() && known.pool_column.get() == pool_column_.get()) {
+            return known.text.copy();
+        }
     }
     const Ref select = Ref::steal(PyNumber_Add(
         unicode("SELECT status, useful_flag, rejection_reason, ").get(), pool_column_.get()));
     const Ref from = concatenate(select.get(), "\n                       FROM ");
     const Ref from_table = Ref::steal(PyNumber_Add(from.get(), table_.get()));
-    query_ = concatenate(from_table.get(),
-                         "\n                       WHERE eval_id=?"
-                         "\n                       ORDER BY status_id DESC"
-                         "\n                       LIMIT 1");
-    query_table_ = table_.copy();
-    query_column_ = pool_column_.copy();
-    return query_.copy();
+    Ref query = concatenate(from_table.get(),
+                            "\n                       WHERE eval_id=?"
+                            "\n                       ORDER BY status_id DESC"
+                            "\n                       LIMIT 1");
+    queries_[oldest_query_] = {table_.copy(), pool_column_.copy(), query.copy()};
+    oldest_query_ = (oldest_query_ + 1) % queries_.size();
+    return query;
 }
 
 SubmissionStatus SubmissionStatusReader::read(PyObject* ev, PyObject* eval_type,

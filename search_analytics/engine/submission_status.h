@@ -1,6 +1,8 @@
 // What became of an evaluation that was submitted, by the tracker's database.
 #pragma once
 
+#include <array>
+
 #include "host/attribute_reader.h"
 #include "host/function.h"
 
@@ -15,7 +17,7 @@ struct SubmissionStatus {
 };
 
 // Reads submission statuses through the tracker's connection: one probe for the table and one
-// query per evaluation, nothing kept from one to the next but the text of the query.
+// query per evaluation, nothing kept from one to the next but the texts of the queries.
 class SubmissionStatusReader {
    public:
     // `conn` may be None, where the tracker has no database.
@@ -35,10 +37,14 @@ class SubmissionStatusReader {
     bool probe_is_original_;
     host::Ref table_;
     host::Ref pool_column_;
-    // The last query's text, and what it was made of.
-    host::Ref query_;
-    host::Ref query_table_;
-    host::Ref query_column_;
+    // The texts of the last queries, and what they were made of: there are two kinds of evaluation.
+    struct Query {
+        host::Ref table;
+        host::Ref pool_column;
+        host::Ref text;
+    };
+    std::array<Query, 2> queries_;
+    std::size_t oldest_query_ = 0;
 };
 
 }  // namespace search_analytics

@@ -266,7 +266,10 @@
     NAME(tree_depth)                                           \
     NAME(turnover)                                             \
     NAME(useful_flag)                                          \
-    TEXT(empty, "")
+    TEXT(empty, "")                                            \
+    NAME(postgres)                                             \
+    TEXT(postgres_probe, "SELECT to_regclass(?)")              \
+    TEXT(sqlite_probe, "SELECT 1 FROM sqlite_master WHERE type='table' AND name=?")
 
 namespace search_analytics::host {
 

@@ -101,7 +101,6 @@ CALLS = {
     "group key": "engine._build_group_key, records[0], AggregateBy.FUNCTION_FEATURE",
     "statistic": "engine._get_stat, records[3], None, 'sharpe'",
     "time window": "engine._filter_by_time_window, records, TimeWindow.LAST_WEEK, None, 1e9",
-    "schema": "search_analytics._tracker_table_exists, engine._tracker._conn, 't'",
     "pools": "search_analytics._resolve_pool_configs, pools",
     "usage": "search_analytics._feature_items, SimpleNamespace(features=['a', 'b'])",
 }
