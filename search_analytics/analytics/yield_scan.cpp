@@ -91,6 +91,9 @@ class Scan {
                                     .value(read_.is_pnl_mi)
                                     .value(read_.failure_reason)
                                     .value(read_.failure_detail)
+                                    .value(read_.strategy_pool_id)
+                                    .value(read_.signal_pool_id)
+                                    .value(read_.strategy_signal_pool)
                                     .value(read_.is_correlation);
         for_each_record(evals, ahead, [&](PyObject* ev) { add(ev); });
     }
