@@ -108,7 +108,7 @@ void GroupedSums::add(PyObject* ev) {
     read_measures(ev);
     find_submittable(measures_.values[kCorrelation].get());
     const std::size_t group = group_of(ev);
-    count(group);
+    count_into_group(group);
     const Ref timestamp = read_.timestamp.read(ev);
     const Ref era = read_.era_id.read(ev);
     count_into_windows(group, timestamp.get(), era.get());
@@ -127,7 +127,7 @@ bool GroupedSums::look(PyObject* ev) {
     }
     find_submittable(read_.correlation.look(ev));
     const std::size_t group = groups_.number_of(functions_, features_);
-    count(group);
+    count_into_group(group);
     count_into_windows(group, timestamp, era);
     return true;
 }
@@ -163,7 +163,7 @@ bool GroupedSums::look_at_measures(PyObject* ev) {
 }
 
 // Makes room for a group that is new.
-void GroupedSums::count(std::size_t group) {
+void GroupedSums::count_into_group(std::size_t group) {
     if (group == counts_.size()) {
         counts_.push_back(0);
         sums_.resize(sums_.size() + windows_.size());

@@ -62,7 +62,7 @@ class GroupedSums {
                              host::AttributeReader& reader);
     void find_submittable(PyObject* correlation);
     std::size_t group_of(PyObject* ev);
-    void count(std::size_t group);
+    void count_into_group(std::size_t group);
     void count_into_windows(std::size_t group, PyObject* timestamp, PyObject* era);
     void count_into(std::size_t group, std::size_t window);
 

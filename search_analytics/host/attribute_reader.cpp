@@ -18,17 +18,20 @@ Py_ssize_t slot_offset(PyTypeObject* type, PyObject* in_class) {
         return -1;
     }
     const PyMemberDef* member = reinterpret_cast<PyMemberDescrObject*>(in_class)->d_member;
-    return member->type == Py_T_OBJECT_EX ? member->offset : -1;
+    return member->type == Py_T_OBJECT_EX && member->flags == 0 ? member->offset : -1;
 }
 
 }  // namespace
 
-// An ordinary look-up runs no code where it finds no descriptor, or one of a slot.
+// An ordinary look-up runs no code where it finds a slot, or no descriptor and the attribute among
+// those that all instances number alike.
 void AttributeReader::learn_by_looking(PyObject* record) {
     PyTypeObject* type = Py_TYPE(record);
     PyObject* in_class = _PyType_Lookup(type, name_);
     const bool is_value = in_class == nullptr || Py_TYPE(in_class)->tp_descr_get == nullptr;
-    if (is_ordinary(type) && (is_value || slot_offset(type, in_class) >= 0)) {
+    const bool is_in_array =
+        is_value && attribute_number(type, name_) >= 0 && instance_values(record) != nullptr;
+    if (is_ordinary(type) && (is_in_array || slot_offset(type, in_class) >= 0)) {
         try {
             learn(record, attribute(record, name_).get());
         } catch (const ErrorSet&) {
