@@ -1,10 +1,10 @@
 // How well the search runs: yield, usefulness and tampering.
 #include "analytics/yield_analysis.h"
 
-#include "analytics/yield_scan.h"
 #include "engine/filters.h"
 #include "engine/record_maker.h"
 #include "engine/time_window.h"
+#include "engine/yield_scan.h"
 #include "host/containers.h"
 
 namespace search_analytics {

@@ -87,7 +87,7 @@ std::optional<std::vector<PassCounts>> counts_by_looking(const Names& names, PyO
     AttributeReader timestamp(names.timestamp);
     AttributeReader passed_thresholds(names.passed_thresholds);
     if (PyList_GET_SIZE(evals) > 0) {
-        const Ref first = Ref::share(PyList_GET_ITEM(evals, 0));
+        const Ref first = Ref::share(items_of(evals).front());
         timestamp.learn_by_looking(first.get());
         passed_thresholds.learn_by_looking(first.get());
     }

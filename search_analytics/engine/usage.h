@@ -71,8 +71,8 @@ bool UsageReader::look(PyObject* record, Side side, host::EntryReader& key, Visi
         !readers.items_are_original || !value_is_original_) {
         return false;
     }
-    for (Py_ssize_t i = 0; i < PyList_GET_SIZE(items); ++i) {
-        PyObject* value = key.look(PyList_GET_ITEM(items, i));
+    for (PyObject* item : host::items_of(items)) {
+        PyObject* value = key.look(item);
         if (value == nullptr || !host::is_plain_text(value) || PyUnicode_GET_LENGTH(value) == 0) {
             return false;
         }

@@ -1,5 +1,5 @@
 // The scan of a yield analysis: what became of every evaluation, and which were tampered with.
-#include "analytics/yield_scan.h"
+#include "engine/yield_scan.h"
 
 #include <algorithm>
 #include <array>
