@@ -10,6 +10,8 @@ from pathlib import Path
 import compiling
 import contestants
 
+# Sizes of memory in MiB: what a few thousand records take, and what a million does.
+_SIZES = (0.25, 2, 16, 256)
 _PACKAGES = ("Cython", "pandas", "polars", "duckdb", "pyarrow", "numpy", "psycopg")
 
 
@@ -23,6 +25,7 @@ def facts(started_load: float) -> list[tuple[str, str]]:
         ("Processor", f"{_processor()}, {os.cpu_count()} cores seen"),
         ("Caches", _caches()),
         ("Memory", _memory()),
+        *_lines(),
         ("Load when the run began", f"{started_load:.2f}"),
         ("System", f"{platform.system()} {platform.release()}, {platform.machine()}"),
         (
@@ -62,6 +65,16 @@ def _caches() -> str:
             level, size = ((folder / name).read_text().strip() for name in ("level", "size"))
             found.append(f"L{level} {size}")
     return ", ".join(found) or "unknown"
+
+
+def _lines() -> list[tuple[str, str]]:
+    """What reading a line of memory costs, where the whole of it has some size."""
+    probe = contestants.floor().memory
+    measured = [(size, probe(int(size * 2**20))) for size in _SIZES]
+    return [
+        (name, ", ".join(f"{times[i]:.0f} ns in {size:g} MiB" for size, times in measured))
+        for i, name in enumerate(("A line, one by one", "A line, read ahead"))
+    ]
 
 
 def _memory() -> str:

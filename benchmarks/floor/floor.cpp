@@ -1,5 +1,6 @@
 // What Python calls of the read floor: a function for each operation.
 #include "loops.h"
+#include "memory.h"
 
 #include <new>
 
@@ -73,6 +74,16 @@ PyObject* queries(PyObject* module, PyObject* arguments) {
     return run(module, arguments, "OOOOOO!", send, &connection, &probe, &PyDict_Type, &statements);
 }
 
+// (bytes) -> nanoseconds for a line of so much memory: one by one, and read ahead.
+PyObject* memory(PyObject*, PyObject* arguments) {
+    Py_ssize_t bytes = 0;
+    if (PyArg_ParseTuple(arguments, "n", &bytes) == 0) {
+        return nullptr;
+    }
+    const Lines lines(static_cast<std::size_t>(bytes));
+    return Py_BuildValue("dd", lines.one_by_one(), lines.read_ahead());
+}
+
 PyMethodDef functions[] = {
     {"stats", stats, METH_VARARGS, nullptr},
     {"patterns", patterns, METH_VARARGS, nullptr},
@@ -80,6 +91,7 @@ PyMethodDef functions[] = {
     {"velocity", velocity, METH_VARARGS, nullptr},
     {"yields", yields, METH_VARARGS, nullptr},
     {"queries", queries, METH_VARARGS, nullptr},
+    {"memory", memory, METH_VARARGS, nullptr},
     {nullptr, nullptr, 0, nullptr},
 };
 
