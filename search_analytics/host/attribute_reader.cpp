@@ -7,8 +7,7 @@ namespace {
 
 // Whether a class looks attributes up in the ordinary way, and tells when it changes.
 bool is_ordinary(const PyTypeObject* type) {
-    return type->tp_getattro == PyObject_GenericGetAttr &&
-           (type->tp_flags & Py_TPFLAGS_VALID_VERSION_TAG) != 0;
+    return type->tp_getattro == PyObject_GenericGetAttr && compat::has_valid_version(type);
 }
 
 // The offset of the slot that a class's attribute describes, or -1.

@@ -31,6 +31,15 @@
 
 namespace search_analytics::host::compat {
 
+// Whether a class's version tag stands for what the class is now.
+inline bool has_valid_version(const PyTypeObject* type) {
+#if PY_VERSION_HEX >= 0x030D0000
+    return type->tp_version_tag != 0;
+#else
+    return (type->tp_flags & Py_TPFLAGS_VALID_VERSION_TAG) != 0;
+#endif
+}
+
 // Whether a string can be looked at: only versions that are gone know strings that cannot.
 inline bool is_ready_text([[maybe_unused]] PyObject* text) {
 #if PY_VERSION_HEX < 0x030C0000
