@@ -34,7 +34,8 @@ class UsageReader {
 
     // Calls `visit` with the value under `key` of each item of `record`, borrowed, until it returns
     // false. Returns whether looking was enough to read them, without running code, and all were
-    // plain strings; if not, `visit` may have seen some nevertheless.
+    // plain strings that say something (an empty one counts as no name where pairs are formed); if
+    // not, `visit` may have seen some nevertheless.
     template <typename Visit>
     bool look(PyObject* record, Side side, host::EntryReader& key, Visit&& visit) const;
 
