@@ -1,11 +1,8 @@
 // What there is: the eras, universes and groupings that the other operations accept.
-#include "analytics/catalogue.h"
-
-#include "host/containers.h"
+#include "analytics/questions.h"
+#include "names/names.h"
 
 namespace search_analytics {
-
-using namespace host;
 
 namespace {
 
@@ -13,17 +10,17 @@ namespace {
 Ref get_available_eras(const Call& call) {
     const Names& names = call.names();
     const Ref tracker = attribute(call[names.self], names._tracker);
-    return call_method(tracker.get(), names.get_available_eras);
+    return call_method(tracker, names.get_available_eras);
 }
 
 Ref get_available_named_universes(const Call& call) {
     const Names& names = call.names();
     const Ref tracker = attribute(call[names.self], names._tracker);
-    return call_method(tracker.get(), names.get_available_named_universes);
+    return call_method(tracker, names.get_available_named_universes);
 }
 
 Ref get_available_aggregations(const Call& call) {
-    return list_of(load_global(call.state(), call.names().AggregateBy).get());
+    return list_of(load_global(call.state(), call.names().AggregateBy));
 }
 
 }  // namespace

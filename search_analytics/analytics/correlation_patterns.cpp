@@ -1,153 +1,148 @@
 // Which functions go together.
-#include "analytics/correlation_patterns.h"
-
+#include "analytics/questions.h"
 #include "engine/checks.h"
 #include "engine/filters.h"
-#include "engine/pair_table.h"
-#include "engine/record_maker.h"
 #include "engine/time_window.h"
-#include "host/record_walk.h"
+#include "engine/usage.h"
+#include "facade/record_maker.h"
+#include "tables/pair_table.h"
 
 namespace search_analytics {
 
-using namespace host;
-
 namespace {
 
-void count_pairs(const ModuleState& state, PyObject* evals, PairTable& pairs) {
-    const Names& names = state.names;
-    UsageReader reader(state);
-    EntryReader function_name(names.function_name);
-    AttributeReader passed_thresholds(names.passed_thresholds);
-    const ReadAhead ahead = ReadAhead()
-                                .flag(passed_thresholds)
-                                .items(*reader.metadata(Side::kFunctions), function_name);
-    KeySide used;
-    const auto look = [&](PyObject* ev) {
-        PyObject* passed = passed_thresholds.look(ev);
-        if (passed == nullptr || !PyBool_Check(passed) || !pairs.is_plain() ||
-            !used.look(reader, ev, Side::kFunctions, function_name)) {
-            return false;
-        }
-        pairs.add(used, [&] { return passed == Py_True; });
-        return true;
-    };
-    for_each_record(evals, ahead, look, [&](PyObject* ev) {
-        used.clear();
-        reader.for_each_value(ev, Side::kFunctions, names.function_name, [&](PyObject* name) {
+// Counts the pairs of the function names that each evaluation uses, among those that say something.
+PairTable count_pairs(const ModuleState& state, Arg evals) {
+    const Names& names = state.names();
+    UsageReader usage(state);
+    Flag passed(names.passed_thresholds);
+    UsedNames used(usage, Side::kFunctions, names.function_name, [&](PyObject* ev, NameSet& set) {
+        for_each(usage.items(ev, Side::kFunctions), [&](PyObject* item) {
+            const Ref name = usage.value(item, names.function_name, Side::kFunctions);
             if (truth(name)) {
-                used.add(name);
+                set.add(name);
             }
         });
-        pairs.add(used, [&] { return truth(passed_thresholds.read(ev).get()); });
     });
+    PairTable pairs;
+    const auto count = [&](auto ev) { return pairs.add(used(ev), [&] { return passed(ev); }); };
+    for_each_evaluation(evals, [&] { return pairs.is_exact(); }, count, passed, used);
+    return pairs;
 }
 
 // Writes the records of pairs, with their lift over the pass rate of all evaluations.
 class PatternWriter {
    public:
-    PatternWriter(const ModuleState& state, const PairTable& pairs, double base_rate)
-        : names_(state.names),
-          pairs_(pairs),
-          base_rate_(base_rate),
-          maker_(state, state.names.FunctionPairPattern) {}
+    PatternWriter(const ModuleState& state, double base_rate)
+        : names_(state.names()), base_rate_(base_rate), maker_(state, names_.FunctionPairPattern) {}
 
-    Ref pattern(std::size_t pair) const {
-        const PassCounts& counts = pairs_.counts(pair);
-        const Ref first = pairs_.first(pair);
-        const Ref second = pairs_.second(pair);
-        const Ref total = integer(counts.total);
-        const Ref passed = integer(counts.passed);
-        const Ref lift = real(base_rate_ > 0 ? counts.yield_rate() / base_rate_ : 0.0);
-        return maker_.make({{names_.function_a, first.get()},
-                            {names_.function_b, second.get()},
-                            {names_.total_cooccurrences, total.get()},
-                            {names_.passed_cooccurrences, passed.get()},
-                            {names_.lift, lift.get()}});
+    void write(Arg first, Arg second, const PassCounts& counts) {
+        const double lift = base_rate_ > 0 ? counts.yield_rate() / base_rate_ : 0.0;
+        append(patterns_, maker_.make({{names_.function_a, first.get()},
+                                       {names_.function_b, second.get()},
+                                       {names_.total_cooccurrences, counts.total},
+                                       {names_.passed_cooccurrences, counts.passed},
+                                       {names_.lift, lift}}));
     }
 
-    bool is_original() const { return maker_.is_original(); }
+    // What was written, in its order.
+    const Ref& patterns() const { return patterns_; }
+
+    bool is_original() { return maker_.is_original(); }
 
    private:
     const Names& names_;
-    const PairTable& pairs_;
     double base_rate_;
     RecordMaker maker_;
+    Ref patterns_ = new_list();
 };
 
 Ref ranking_key(const Call& call) {
     const Names& names = call.names();
     PyObject* pattern = call[names.row];
-    return tuple_of(negative(attribute(pattern, names.passed_cooccurrences).get()),
-                    attribute(pattern, names.function_a), attribute(pattern, names.function_b));
+    const Ref passed = negative(attribute(pattern, names.passed_cooccurrences));
+    const Ref first = attribute(pattern, names.function_a);
+    const Ref second = attribute(pattern, names.function_b);
+    return tuple_of(passed, first, second);
 }
 
 const FunctionDescription kRanking = {"<lambda>", {}, {"row"}, {}, ranking_key};
 
-// All records, sorted, cut: for names that only their own type can order.
-Ref ranked_and_cut(ModuleState& state, const PatternWriter& writer, std::size_t count,
-                   PyObject* top_n) {
-    const Ref patterns = new_list();
-    for (std::size_t pair = 0; pair < count; ++pair) {
-        append(patterns, writer.pattern(pair).get());
-    }
-    sort_by(state, patterns, make_function(state, kRanking).get());
-    return first_items(patterns.get(), top_n);
+// Whether the order of the pairs can be told without making a record of each, and without running
+// code; and what is asked for is a number of them.
+bool may_rank_first(const PairTable& pairs, PatternWriter& writer, Arg top_n) {
+    return pairs.size() > 0 && pairs.is_exact() && is_exact_int(top_n) && writer.is_original();
 }
 
-// The pairs that pass most often, most first. Where nothing can tell the difference, only the
-// records that are shown are made.
-Ref best_patterns(ModuleState& state, const PairTable& pairs, double base_rate, PyObject* top_n) {
-    const PatternWriter writer(state, pairs, base_rate);
-    int overflow = 0;
-    if (!pairs.is_plain() || !writer.is_original() || !PyLong_CheckExact(top_n)) {
-        return ranked_and_cut(state, writer, pairs.size(), top_n);
+// The records of the pairs, those that pass most often first. `result` is looked up when they are
+// ranked, before they are cut to the first `top_n`; where nothing can tell the difference, only
+// these are made.
+Ref best_patterns(ModuleState& state, const PairTable& pairs, double base_rate, Arg top_n,
+                  RecordMaker& result) {
+    PatternWriter writer(state, base_rate);
+    const auto write = [&](Arg first, Arg second, const PassCounts& counts) {
+        writer.write(first, second, counts);
+    };
+    if (may_rank_first(pairs, writer, top_n)) {
+        const auto wanted = machine_word(top_n);
+        pairs.for_best_pairs(wanted ? static_cast<std::size_t>(*wanted) : pairs.size(), write);
+        result.prepare();
+        return writer.patterns().copy();
     }
-    const long long wanted = PyLong_AsLongLongAndOverflow(top_n, &overflow);
-    const std::size_t count = overflow != 0 ? pairs.size() : static_cast<std::size_t>(wanted);
-    Ref patterns = new_list();
-    for (const std::size_t pair : pairs.best(count)) {
-        append(patterns, writer.pattern(pair).get());
-    }
-    return patterns;
-}
-
-Ref make_result(const ModuleState& state, const Ref& patterns, Py_ssize_t total_passing,
-                Py_ssize_t total_evaluations) {
-    const Names& names = state.names;
-    const Ref passing = integer(total_passing);
-    const Ref evaluations = integer(total_evaluations);
-    return RecordMaker(state, names.CorrelationPatternsResult)
-        .make({{names.pairs, patterns.get()},
-               {names.total_passing_evaluations, passing.get()},
-               {names.total_evaluations, evaluations.get()}});
+    pairs.for_each_pair(write);
+    sort_by(state, writer.patterns(), make_function(state, kRanking));
+    result.prepare();
+    return first_items(writer.patterns(), top_n);
 }
 
 Ref get_correlation_patterns(const Call& call) {
     ModuleState& state = call.state();
-    const Names& names = state.names;
-    const Filters filters(call);
-    filters.validate_eval_type(state, call[names.self]);
+    const Names& names = state.names();
+    validate_eval_type(call);
     require_top_n(call[names.top_n]);
-    const Ref evals = filters.fetch(state, call[names.self], nullptr);
-    const Py_ssize_t total_evaluations = length(evals.get());
-    const Py_ssize_t total_passing = passed_count(names, evals.get());
+    const Ref evals = fetch(call);
+    const Py_ssize_t total_evaluations = length(evals);
+    const Py_ssize_t total_passing = passed_count(names, evals);
+    RecordMaker result(state, names.CorrelationPatternsResult);
+    Ref patterns;
     if (total_evaluations == 0) {
-        return make_result(state, new_list(), 0, 0);
+        result.prepare();
+        patterns = new_list();
+    } else {
+        const PairTable pairs = count_pairs(state, evals);
+        const double base_rate = ratio(total_passing, total_evaluations);
+        patterns = best_patterns(state, pairs, base_rate, call[names.top_n], result);
     }
-    PairTable pairs;
-    count_pairs(state, evals.get(), pairs);
-    const Ref patterns =
-        best_patterns(state, pairs, ratio(total_passing, total_evaluations), call[names.top_n]);
-    return make_result(state, patterns, total_passing, total_evaluations);
+    return result.make_prepared(
+        {{names.pairs, patterns},
+         {names.total_passing_evaluations, total_evaluations == 0 ? 0 : total_passing},
+         {names.total_evaluations, total_evaluations}});
 }
 
 }  // namespace
 
+const RecordDescription kFunctionPairPattern = {
+    "FunctionPairPattern",
+    "Co-occurrence pattern for function pairs.",
+    {{"function_a", "str", Default::kEmptyText},
+     {"function_b", "str", Default::kEmptyText},
+     {"total_cooccurrences", "int", Default::kZero},
+     {"passed_cooccurrences", "int", Default::kZero},
+     {"lift", "float", Default::kZeroReal}},
+};
+
+const RecordDescription kCorrelationPatternsResult = {
+    "CorrelationPatternsResult",
+    "Result from get_correlation_patterns().",
+    {{"pairs", "List[FunctionPairPattern]", Default::kList},
+     {"total_passing_evaluations", "int", Default::kZero},
+     {"total_evaluations", "int", Default::kZero}},
+};
+
 const FunctionDescription kGetCorrelationPatterns = {
     "get_correlation_patterns",
     "Function pair correlation patterns.",
-    {"self", kHistoryFilterParameters, kPoolFilterParameters, "top_n=20"},
+    {"self", kSettingFilterParameters, kUsageFilterParameters, kPoolFilterParameters, "top_n=20"},
     "CorrelationPatternsResult",
     get_correlation_patterns,
 };

@@ -1,149 +1,161 @@
 // How fast the search runs.
-#include "analytics/search_velocity.h"
-
+#include "analytics/questions.h"
 #include "engine/filters.h"
-#include "engine/record_maker.h"
 #include "engine/time_window.h"
-#include "host/containers.h"
+#include "engine/trend.h"
+#include "facade/record_maker.h"
+#include "records/fields.h"
+#include "tables/count_table.h"
 
 namespace search_analytics {
 
-using namespace host;
-
 namespace {
 
-// With fewer evaluations than this in a window, its rate says nothing of a trend.
-constexpr Py_ssize_t kFewestForTrend = 10;
-constexpr double kRising = 1.2;
-constexpr double kDeclining = 0.8;
-
 // The window lengths in minutes: those asked for, or an hour, six hours and a day.
-Ref requested_windows(PyObject* windows) {
-    if (windows == Py_None) {
+Ref requested_windows(Arg windows) {
+    if (windows.is_none()) {
         Ref usual = new_list();
         for (const Py_ssize_t minutes : {60, 360, 1440}) {
-            append(usual, integer(minutes).get());
+            append(usual, new_int(minutes));
         }
         return usual;
     }
     if (length(windows) == 0) {
         raise(PyExc_ValueError, "windows must be None or a non-empty list of positive integers.");
     }
-    const Ref zero = integer(0);
+    const Ref zero = new_int(0);
     for_each(windows, [&](PyObject* window) {
-        if (compare(window, zero.get(), Py_LE)) {
-            raise(PyExc_ValueError,
-                  format("window size must be positive, got %U.", text(window).get()));
+        if (compare(window, zero, Py_LE)) {
+            raise(PyExc_ValueError, format("window size must be positive, got %U.", text(window)));
         }
     });
-    return Ref::share(windows);
+    return windows.share();
 }
 
 // count / hours, or 0.0 for a window of no length.
-Ref per_hour(const Ref& count, const Ref& hours, bool has_length) {
-    return has_length ? divide(count.get(), hours.get()) : real(0.0);
+Ref per_hour(Py_ssize_t count, const Ref& hours, bool has_length) {
+    return has_length ? divide(new_int(count), hours) : new_float(0.0);
 }
 
-// now - window * 60
-Cutoff cutoff_of(PyObject* now, PyObject* window) {
-    const Ref seconds = multiply(window, integer(60).get());
-    return Cutoff(subtract(now, seconds.get()));
-}
-
-PassCounts counts_since(const Names& names, PyObject* evals, const Cutoff& cutoff) {
-    const Ref recent = records_since(names, evals, cutoff);
-    return {list_size(recent), passed_count(names, recent.get())};
-}
-
-Ref measure(const ModuleState& state, const RecordMaker& maker, PyObject* window,
-            const PassCounts& counts) {
-    const Names& names = state.names;
-    const Ref total = integer(counts.total);
-    const Ref passed = integer(counts.passed);
-    const Ref hours = divide(window, real(60.0).get());
-    const bool has_length = compare(hours.get(), integer(0).get(), Py_GT);
-    const Ref evaluation_rate = per_hour(total, hours, has_length);
-    const Ref pass_rate = per_hour(passed, hours, has_length);
-    return maker.make({{names.window_minutes, window},
-                       {names.evaluations_per_hour, evaluation_rate.get()},
-                       {names.passes_per_hour, pass_rate.get()},
-                       {names.total_evaluations, total.get()},
-                       {names.total_passed, passed.get()}});
-}
-
-// Whether reckoning with a window runs no code and cannot fail.
-bool is_plain_window(PyObject* window) {
-    int overflow = 0;
-    if (PyLong_CheckExact(window)) {
-        PyLong_AsLongLongAndOverflow(window, &overflow);
-        return overflow == 0;
-    }
-    return PyFloat_CheckExact(window) != 0;
+// The record of a window of `minutes`.
+Ref measure(RecordMaker& maker, const Names& names, Arg minutes, const PassCounts& counts) {
+    const Ref hours = divide(minutes, new_float(60.0));
+    const bool has_length = compare(hours, new_int(0), Py_GT);
+    Ref evaluations = per_hour(counts.total, hours, has_length);
+    Ref passes = per_hour(counts.passed, hours, has_length);
+    return maker.make({{names.window_minutes, minutes.get()},
+                       {names.evaluations_per_hour, std::move(evaluations)},
+                       {names.passes_per_hour, std::move(passes)},
+                       {names.total_evaluations, counts.total},
+                       {names.total_passed, counts.passed}});
 }
 
 // The windows one after the other, each over the records again: a record may change them, or
 // itself, whenever it is asked.
-Ref measure_each(const ModuleState& state, PyObject* evals, PyObject* now, PyObject* windows) {
-    const RecordMaker maker(state, state.names.VelocityWindow);
+Ref measure_each(const ModuleState& state, Arg evals, Arg now, Arg windows) {
+    const Names& names = state.names();
+    RecordMaker maker(state, names.VelocityWindow);
     Ref measured = new_list();
-    for_each(windows, [&](PyObject* window) {
-        const PassCounts counts = counts_since(state.names, evals, cutoff_of(now, window));
-        append(measured, measure(state, maker, window, counts).get());
+    for_each(windows, [&](PyObject* minutes) {
+        const Ref recent = records_since(names, evals, cutoff_of_minutes(now, minutes));
+        const PassCounts counts = {list_size(recent), passed_count(names, recent)};
+        append(measured, measure(maker, names, minutes, counts));
     });
     return measured;
 }
 
-// All windows in one walk over the records; nothing if looking is not enough for one of them.
-std::optional<Ref> measure_together(const ModuleState& state, PyObject* evals, PyObject* now,
-                                    PyObject* windows) {
-    const RecordMaker maker(state, state.names.VelocityWindow);
-    if (!maker.is_original() || !PyList_CheckExact(evals) || !PyList_CheckExact(windows)) {
+// A window that is counted beside others.
+struct Window {
+    Ref minutes;
+    Bound cutoff;
+    PassCounts counts;
+};
+
+// Whether reckoning with a number runs no code and cannot fail.
+bool is_tame(Arg number) {
+    return is_exact_int(number) ? machine_word(number).has_value() : is_exact_float(number);
+}
+
+// The windows as they can be counted beside each other; nothing where working out a cut-off could
+// change anything.
+std::optional<std::vector<Window>> windows_beside(Arg now, Arg windows) {
+    if (!is_exact_float(now) || !is_exact_list(windows)) {
         return std::nullopt;
     }
-    std::vector<Ref> plain_windows;
-    std::vector<Cutoff> cutoffs;
-    for (PyObject* window : items_of(windows)) {
-        if (!is_plain_window(window)) {
+    std::vector<Window> beside;
+    for (Py_ssize_t i = 0; i < list_size(windows); ++i) {
+        Ref minutes = list_item(windows, i);
+        if (!is_tame(minutes)) {
             return std::nullopt;
         }
-        plain_windows.push_back(Ref::share(window));
-        cutoffs.push_back(cutoff_of(now, window));
+        Bound cutoff = cutoff_of_minutes(now, minutes);
+        beside.push_back({std::move(minutes), std::move(cutoff), {}});
     }
-    const auto counts = counts_by_looking(state.names, evals, cutoffs);
-    if (!counts) {
+    return beside;
+}
+
+// Counts the records of all windows in one walk, which reads the records' memory once and not once
+// for each window. In the order of Python, window by window, this can be told from nothing as long
+// as no code runs: it is done by peeking alone, and false where a record has to be asked.
+bool count_beside(const Names& names, Arg evals, std::vector<Window>& windows) {
+    Number timestamp(names.timestamp);
+    Flag passed(names.passed_thresholds);
+    return peek_each_evaluation(
+        evals,
+        [&](Peeked ev) {
+            const double moment = timestamp(ev);
+            for (Window& window : windows) {
+                if (window.cutoff.is_reached_by(moment)) {
+                    if (!passed.peek(ev.record)) {
+                        return false;
+                    }
+                    window.counts.add(passed(ev));
+                }
+            }
+            return true;
+        },
+        timestamp, passed);
+}
+
+std::optional<Ref> measure_beside(const ModuleState& state, Arg evals, Arg now, Arg windows) {
+    const Names& names = state.names();
+    RecordMaker maker(state, names.VelocityWindow);
+    auto beside = windows_beside(now, windows);
+    if (!beside || !is_exact_list(evals) || !is_original(state, names.VelocityWindow) ||
+        !maker.is_original() || !count_beside(names, evals, *beside)) {
         return std::nullopt;
     }
     Ref measured = new_list();
-    for (std::size_t i = 0; i < cutoffs.size(); ++i) {
-        append(measured, measure(state, maker, plain_windows[i].get(), (*counts)[i]).get());
+    for (const Window& window : *beside) {
+        append(measured, measure(maker, names, window.minutes, window.counts));
     }
     return measured;
 }
 
 bool has_too_few(const Names& names, const Ref& measured) {
-    const Ref fewest = integer(kFewestForTrend);
     bool found = false;
-    for_each_until(measured.get(), [&](PyObject* window) {
-        const Ref total = attribute(window, names.total_evaluations);
-        found = compare(total.get(), fewest.get(), Py_LT);
+    for_each_until(measured, [&](PyObject* window) {
+        found = truth(as_generator_body([&] {
+            const Ref total = attribute(window, names.total_evaluations);
+            return comparison(total, new_int(kFewestForTrend), Py_LT);
+        }));
         return !found;
     });
     return found;
 }
 
 // Compares the passes per hour of the shortest window with those of the longest.
-std::string_view trend(const Names& names, const Ref& measured) {
+std::string_view velocity_trend(const Names& names, const Ref& measured) {
     if (has_too_few(names, measured)) {
-        return "insufficient_data";
+        return kNoTrend;
     }
-    Ref shortest = item(measured.get(), Py_ssize_t{0});
-    Ref longest = shortest.copy();
+    Ref shortest = item(measured, 0);
+    Ref longest = item(measured, 0);
     const auto is_beyond = [&](PyObject* window, const Ref& known, int operation) {
         const Ref minutes = attribute(window, names.window_minutes);
-        return compare(minutes.get(), attribute(known.get(), names.window_minutes).get(),
-                       operation);
+        return compare(minutes, attribute(known, names.window_minutes), operation);
     };
-    for_each(measured.get(), [&](PyObject* window) {
+    for_each(measured, [&](PyObject* window) {
         if (is_beyond(window, shortest, Py_LT)) {
             shortest = Ref::share(window);
         }
@@ -151,39 +163,49 @@ std::string_view trend(const Names& names, const Ref& measured) {
             longest = Ref::share(window);
         }
     });
-    const auto is_against_longest = [&](double factor, int operation) {
-        const Ref rate = attribute(shortest.get(), names.passes_per_hour);
-        const Ref base = attribute(longest.get(), names.passes_per_hour);
-        return compare(rate.get(), multiply(base.get(), real(factor).get()).get(), operation);
-    };
-    if (is_against_longest(kRising, Py_GT)) {
-        return "rising";
-    }
-    return is_against_longest(kDeclining, Py_LT) ? "declining" : "stable";
+    return trend("rising", [&](double factor, int operation) {
+        const Ref recent = attribute(shortest, names.passes_per_hour);
+        const Ref usual = attribute(longest, names.passes_per_hour);
+        return compare(recent, multiply(usual, new_float(factor)), operation);
+    });
 }
 
 Ref get_search_velocity(const Call& call) {
     const ModuleState& state = call.state();
-    const Names& names = state.names;
-    const Filters filters(call);
-    filters.validate_eval_type(state, call[names.self]);
+    const Names& names = state.names();
+    validate_eval_type(call);
     const Ref windows = requested_windows(call[names.windows]);
-    const Ref evals = filters.fetch(state, call[names.self], nullptr);
+    const Ref evals = fetch(call);
     const Ref now = current_time(state);
-    auto together = measure_together(state, evals.get(), now.get(), windows.get());
-    const Ref measured = together ? std::move(*together)
-                                  : measure_each(state, evals.get(), now.get(), windows.get());
-    const Ref label = unicode(trend(names, measured));
+    auto beside = measure_beside(state, evals, now, windows);
+    const Ref measured = beside ? std::move(*beside) : measure_each(state, evals, now, windows);
     return RecordMaker(state, names.SearchVelocityResult)
-        .make({{names.windows, measured.get()}, {names.trend, label.get()}});
+        .make({{names.windows, measured}, {names.trend, velocity_trend(names, measured)}});
 }
 
 }  // namespace
 
+const RecordDescription kVelocityWindow = {
+    "VelocityWindow",
+    "Velocity for a time window.",
+    {{"window_minutes", "int", Default::kZero},
+     {"evaluations_per_hour", "float", Default::kZeroReal},
+     {"passes_per_hour", "float", Default::kZeroReal},
+     {"total_evaluations", "int", Default::kZero},
+     {"total_passed", "int", Default::kZero}},
+};
+
+const RecordDescription kSearchVelocityResult = {
+    "SearchVelocityResult",
+    "Result from get_search_velocity().",
+    {{"windows", "List[VelocityWindow]", Default::kList}, {"trend", "str", Default::kEmptyText}},
+};
+
 const FunctionDescription kGetSearchVelocity = {
     "get_search_velocity",
     "Evaluation rate across time windows.",
-    {"self", kHistoryFilterParameters, kPoolFilterParameters, "windows=None"},
+    {"self", kSettingFilterParameters, kUsageFilterParameters, kPoolFilterParameters,
+     "windows=None"},
     "SearchVelocityResult",
     get_search_velocity,
 };

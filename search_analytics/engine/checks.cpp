@@ -3,18 +3,16 @@
 
 namespace search_analytics {
 
-using namespace host;
-
-void require_sample_size(PyObject* min_sample_size) {
-    if (compare(min_sample_size, integer(0).get(), Py_LT)) {
+void require_sample_size(Arg min_sample_size) {
+    if (compare(min_sample_size, new_int(0), Py_LT)) {
         raise(PyExc_ValueError,
-              format("min_sample_size must be >= 0, got %U.", text(min_sample_size).get()));
+              format("min_sample_size must be >= 0, got %U.", text(min_sample_size)));
     }
 }
 
-void require_top_n(PyObject* top_n) {
-    if (compare(top_n, integer(1).get(), Py_LT)) {
-        raise(PyExc_ValueError, format("top_n must be >= 1, got %U.", text(top_n).get()));
+void require_top_n(Arg top_n) {
+    if (compare(top_n, new_int(1), Py_LT)) {
+        raise(PyExc_ValueError, format("top_n must be >= 1, got %U.", text(top_n)));
     }
 }
 

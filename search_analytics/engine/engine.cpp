@@ -1,17 +1,14 @@
 // The analytics engine: one tracker, the pool configs in force, and what may be asked of them.
-#include "engine/engine.h"
-
-#include "host/containers.h"
+#include "engine/functions.h"
+#include "names/names.h"
 
 namespace search_analytics {
 
-using namespace host;
-
 namespace {
 
-void require_positive_threshold(const Names& names, PyObject* pool_config) {
+void require_positive_threshold(const Names& names, Arg pool_config) {
     const Ref threshold = attribute_or_none(pool_config, names.is_correlation_threshold);
-    if (!is_plain_number(threshold.get()) || compare(threshold.get(), real(0.0).get(), Py_LE)) {
+    if (!is_number(threshold) || compare(threshold, new_float(0.0), Py_LE)) {
         raise(PyExc_ValueError, "correlation threshold must be positive.");
     }
 }
@@ -41,9 +38,8 @@ Ref validate_eval_type(const Call& call) {
         equal(eval_type, names.strategy)) {
         return Ref::none();
     }
-    const Ref shown = Ref::steal(PyObject_Format(eval_type, nullptr));
-    raise(PyExc_ValueError,
-          format("eval_type must be 'signal', 'strategy', or None, got '%U'.", shown.get()));
+    raise(PyExc_ValueError, format("eval_type must be 'signal', 'strategy', or None, got '%U'.",
+                                   formatted(eval_type)));
 }
 
 }  // namespace

@@ -1,72 +1,90 @@
 // Fetching the evaluations that an operation looks at: the tracker applies its filters, and the
 // rest is filtered here.
-#include "engine/fetch.h"
-
 #include <algorithm>
-#include <vector>
 
 #include "engine/filters.h"
+#include "engine/functions.h"
 #include "engine/usage.h"
-#include "host/record_walk.h"
 
 namespace search_analytics {
 
-using namespace host;
-
 namespace {
 
+// The pool filters as the tracker is given them.
+struct PoolFilters {
+    PyObject* signal_pool_id;
+    PyObject* strategy_signal_pool;
+};
+
 // A filter on signal pools, asked of strategies, means the strategies built on that pool.
-void alias_pools(const Names& names, Filters& filters) {
-    if (filters.strategy_signal_pool == Py_None && filters.signal_pool_id != Py_None) {
-        filters.strategy_signal_pool = filters.signal_pool_id;
-        if (equal(filters.eval_type, names.strategy)) {
-            filters.signal_pool_id = Py_None;
+PoolFilters alias_pools(const Call& call) {
+    const Names& names = call.names();
+    PoolFilters pools = {call[names.signal_pool_id], call[names.strategy_signal_pool]};
+    if (pools.strategy_signal_pool == Py_None && pools.signal_pool_id != Py_None) {
+        pools.strategy_signal_pool = pools.signal_pool_id;
+        if (equal(call[names.eval_type], names.strategy)) {
+            pools.signal_pool_id = Py_None;
         }
     }
+    return pools;
 }
 
-Ref evaluation_history(const ModuleState& state, PyObject* engine, const Filters& filters,
-                       PyObject* passed_only) {
-    const Names& names = state.names;
-    const Ref tracker = attribute(engine, names._tracker);
-    const Ref history = attribute(tracker.get(), names.get_evaluation_history);
-    Keywords arguments(9);
-    arguments.add(names.era_id, filters.era_id);
-    arguments.add(names.eval_type, filters.eval_type);
-    arguments.add(names.passed_only, passed_only);
-    arguments.add(names.limit, load_global(state, names.history_limit));
-    arguments.add(names.named_universe, filters.named_universe);
-    arguments.add(names.metaparameters, filters.metaparameters);
-    arguments.add(names.strategy_pool_id, filters.strategy_pool_id);
-    arguments.add(names.signal_pool_id, filters.signal_pool_id);
-    arguments.add(names.strategy_signal_pool, filters.strategy_signal_pool);
-    return arguments.call(history.get());
-}
-
-Ref submitted_only(const Names& names, PyObject* evals) {
-    AttributeReader submitted(names.submitted);
-    Ref kept = new_list();
-    for_each_record(evals, ReadAhead().flag(submitted), [&](PyObject* ev) {
-        if (truth(submitted.read(ev).get())) {
-            append(kept, ev);
+Ref evaluation_history(const Call& call, const PoolFilters& pools, const Ref& passed_only) {
+    const Names& names = call.names();
+    const auto value_of = [&](PyObject* name) {
+        if (name == names.signal_pool_id) {
+            return pools.signal_pool_id;
         }
-    });
+        return name == names.strategy_signal_pool ? pools.strategy_signal_pool : call[name];
+    };
+    const Ref tracker = attribute(call[names.self], names._tracker);
+    const Ref history = attribute(tracker, names.get_evaluation_history);
+    Keywords arguments(std::size(kFilters));
+    for (const Filter& filter : kFilters) {
+        PyObject* name = names.*filter.name;
+        if (filter.kind == FilterKind::kTracker) {
+            arguments.add(name, value_of(name));
+        }
+        if (name == names.eval_type) {
+            arguments.add(names.passed_only, passed_only.copy());
+            arguments.add(names.limit, load_global(call.state(), names.history_limit));
+        }
+    }
+    return arguments.call(history);
+}
+
+Ref submitted_only(const Names& names, Arg evals) {
+    Flag submitted(names.submitted);
+    Ref kept = new_list();
+    const auto count = [&](auto ev) {
+        if (submitted(ev)) {
+            append(kept, ev.record);
+        }
+    };
+    for_each_evaluation(evals, count, submitted);
     return kept;
 }
 
 // One filter on what an evaluation used: some item's value under a key has to equal what is wanted.
 class UsageFilter {
    public:
+    UsageFilter(UsageReader& usage, Side side, PyObject* key, PyObject* wanted)
+        : usage_(usage),
+          side_(side),
+          key_(key),
+          wanted_(wanted),
+          wanted_is_str_(is_exact_str(wanted)),
+          entry_(key) {}
+
     enum class Answer { kNo, kYes, kUnknown };
 
-    UsageFilter(UsageReader& reader, Side side, PyObject* key, PyObject* wanted)
-        : reader_(reader), side_(side), key_(key), wanted_(wanted), entry_(key) {}
-
-    // What looking at an evaluation tells, without running code.
-    Answer look(PyObject* ev) {
+    // What peeking at an evaluation tells. Where one filter says no, the next is not asked, and
+    // what it would read is not read: an answer is worth something before all filters have one, and
+    // peeking has three answers where asking has two.
+    Answer peek(const View& view) {
         bool found = false;
         const bool is_enough =
-            is_plain_text(wanted_) && reader_.look(ev, side_, entry_, [&](PyObject* value) {
+            wanted_is_str_ && usage_.peek(view, side_, entry_, [&](PyObject* value) {
                 found = same_text(value, wanted_);
                 return !found;
             });
@@ -76,94 +94,104 @@ class UsageFilter {
         return found ? Answer::kYes : Answer::kNo;
     }
 
-    bool accepts(PyObject* ev) {
+    bool ask(PyObject* ev) {
         bool found = false;
-        const Ref items = reader_.items(ev, side_);
-        for_each_until(items.get(), [&](PyObject* item) {
-            const Ref matches = as_generator_body(
-                [&] { return comparison(reader_.value(item, key_, side_).get(), wanted_, Py_EQ); });
-            found = truth(matches.get());
+        for_each_until(usage_.items(ev, side_), [&](PyObject* item) {
+            found = truth(as_generator_body(
+                [&] { return comparison(usage_.value(item, key_, side_), wanted_, Py_EQ); }));
             return !found;
         });
         return found;
     }
 
-    void read_ahead(ReadAhead& ahead) const { ahead.items(*reader_.metadata(side_), entry_); }
+    bool knows(const Shape& shape) const { return usage_.metadata(side_).knows(shape); }
+    void read_ahead(ReadAhead& ahead) const { ahead.add_items(usage_.metadata(side_), entry_); }
 
    private:
-    UsageReader& reader_;
+    UsageReader& usage_;
     Side side_;
     PyObject* key_;
     PyObject* wanted_;
-    EntryReader entry_;
+    bool wanted_is_str_;
+    Entry entry_;
 };
 
-// The filters on what evaluations used, in the order in which they are asked.
+// A field: whether an evaluation passes every filter on what it used, in the order of the filters.
 class UsageFilters {
    public:
-    UsageFilters(const ModuleState& state, const Filters& filters) : reader_(state) {
-        const Names& names = state.names;
-        add(Side::kFunctions, names.function_family, filters.function_family);
-        add(Side::kFunctions, names.function_subfamily, filters.function_subfamily);
-        add(Side::kFeatures, names.feature_family, filters.feature_family);
-        add(Side::kFeatures, names.feature_subfamily, filters.feature_subfamily);
-    }
-
-    // A new list of the evaluations that pass every filter.
-    Ref kept(PyObject* evals) {
-        ReadAhead ahead;
-        for (const UsageFilter& filter : filters_) {
-            filter.read_ahead(ahead);
+    explicit UsageFilters(const Call& call) : usage_(call.state()) {
+        const Names& names = call.names();
+        for (const Filter& filter : kFilters) {
+            PyObject* name = names.*filter.name;
+            if (filter.kind != FilterKind::kTracker && call[name] != Py_None) {
+                const bool is_function = filter.kind == FilterKind::kFunctions;
+                filters_.emplace_back(usage_, is_function ? Side::kFunctions : Side::kFeatures,
+                                      name, call[name]);
+            }
         }
-        Ref kept = new_list();
-        const auto look = [&](PyObject* ev) {
-            for (UsageFilter& filter : filters_) {
-                const UsageFilter::Answer answer = filter.look(ev);
-                if (answer != UsageFilter::Answer::kYes) {
-                    return answer == UsageFilter::Answer::kNo;
-                }
-            }
-            append(kept, ev);
-            return true;
-        };
-        for_each_record(evals, ahead, look, [&](PyObject* ev) {
-            if (std::ranges::all_of(filters_,
-                                    [&](UsageFilter& filter) { return filter.accepts(ev); })) {
-                append(kept, ev);
-            }
-        });
-        return kept;
     }
 
     bool any() const { return !filters_.empty(); }
 
-   private:
-    void add(Side side, PyObject* key, PyObject* wanted) {
-        if (wanted != Py_None) {
-            filters_.emplace_back(reader_, side, key, wanted);
+    bool peek(const View& view) {
+        for (UsageFilter& filter : filters_) {
+            const UsageFilter::Answer answer = filter.peek(view);
+            if (answer != UsageFilter::Answer::kYes) {
+                passes_ = false;
+                return answer == UsageFilter::Answer::kNo;
+            }
+        }
+        passes_ = true;
+        return true;
+    }
+
+    bool operator()(Peeked) const { return passes_; }
+    bool operator()(Asked ev) {
+        return std::ranges::all_of(filters_,
+                                   [&](UsageFilter& filter) { return filter.ask(ev.record); });
+    }
+
+    void refresh() { usage_.refresh(); }
+
+    // The first filter has to know its place; the others may never have been reached.
+    bool knows(const Shape& shape) const { return filters_.front().knows(shape); }
+    void read_ahead(ReadAhead& ahead) const {
+        for (const UsageFilter& filter : filters_) {
+            filter.read_ahead(ahead);
         }
     }
 
-    UsageReader reader_;
+   private:
+    UsageReader usage_;
     std::vector<UsageFilter> filters_;
+    bool passes_ = false;
 };
 
 Ref fetch_evaluations(const Call& call) {
     const ModuleState& state = call.state();
-    const Names& names = state.names;
+    const Names& names = state.names();
     PyObject* eval_pool = call[names.eval_pool];
-    Filters filters(call);
-    alias_pools(names, filters);
-    const Ref pools = load_global(state, names.EvalPool);
-    const Ref passed_only =
-        comparison(eval_pool, attribute(pools.get(), names.PASSED).get(), Py_EQ);
-    Ref evals = evaluation_history(state, call[names.self], filters, passed_only.get());
-    const Ref pools_now = load_global(state, names.EvalPool);
-    if (equal(eval_pool, attribute(pools_now.get(), names.SUBMITTED).get())) {
-        evals = submitted_only(names, evals.get());
+    const PoolFilters pools = alias_pools(call);
+    const auto pool_member = [&](PyObject* name) {
+        return attribute(load_global(state, names.EvalPool), name);
+    };
+    const Ref passed_only = comparison(eval_pool, pool_member(names.PASSED), Py_EQ);
+    Ref evals = evaluation_history(call, pools, passed_only);
+    if (equal(eval_pool, pool_member(names.SUBMITTED))) {
+        evals = submitted_only(names, evals);
     }
-    UsageFilters usage_filters(state, filters);
-    return usage_filters.any() ? usage_filters.kept(evals.get()) : std::move(evals);
+    UsageFilters passes(call);
+    if (!passes.any()) {
+        return evals;
+    }
+    Ref kept = new_list();
+    const auto count = [&](auto ev) {
+        if (passes(ev)) {
+            append(kept, ev.record);
+        }
+    };
+    for_each_evaluation(evals, count, passes);
+    return kept;
 }
 
 }  // namespace
@@ -171,9 +199,7 @@ Ref fetch_evaluations(const Call& call) {
 const FunctionDescription kFetchEvaluations = {
     "_fetch_evaluations",
     "Return the evaluation records that pass every filter, in the tracker's order.",
-    {"self, era_id=None, eval_type=None, named_universe=None, metaparameters=None, "
-     "eval_pool=EvalPool.ALL, function_family=None, function_subfamily=None, feature_family=None, "
-     "feature_subfamily=None",
+    {"self", kSettingFilterParameters, "eval_pool=EvalPool.ALL", kUsageFilterParameters,
      kPoolFilterParameters},
     {},
     fetch_evaluations,

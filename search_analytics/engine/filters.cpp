@@ -1,70 +1,82 @@
 // The filters that every analytics operation shares.
 #include "engine/filters.h"
 
-#include <utility>
-
-#include "host/containers.h"
+#include <array>
 
 namespace search_analytics {
 
-using namespace host;
+namespace {
 
-Filters::Filters(const Call& call)
-    : era_id(call[call.names().era_id]),
-      eval_type(call[call.names().eval_type]),
-      named_universe(call[call.names().named_universe]),
-      metaparameters(call[call.names().metaparameters]),
-      function_family(call[call.names().function_family]),
-      function_subfamily(call[call.names().function_subfamily]),
-      feature_family(call[call.names().feature_family]),
-      feature_subfamily(call[call.names().feature_subfamily]),
-      strategy_pool_id(call[call.names().strategy_pool_id]),
-      signal_pool_id(call[call.names().signal_pool_id]),
-      strategy_signal_pool(call[call.names().strategy_signal_pool]) {}
-
-void Filters::validate_eval_type(const ModuleState& state, PyObject* engine) const {
-    call_method(engine, state.names._validate_eval_type, eval_type);
+// Takes `start` off `text`, if that is how it starts.
+consteval bool skip(std::string_view& text, std::string_view start) {
+    const bool is_start = text.starts_with(start);
+    text.remove_prefix(is_start ? start.size() : 0);
+    return is_start;
 }
 
-Ref Filters::fetch(const ModuleState& state, PyObject* engine, PyObject* eval_pool) const {
-    const Names& names = state.names;
-    Keywords arguments(12);
-    arguments.add(names.era_id, era_id);
-    arguments.add(names.eval_type, eval_type);
-    arguments.add(names.named_universe, named_universe);
-    arguments.add(names.metaparameters, metaparameters);
-    if (eval_pool != nullptr) {
-        arguments.add(names.eval_pool, eval_pool);
+// Whether the parameters are the filters of the table, in its order.
+template <std::size_t N>
+consteval bool list_filters(std::array<std::string_view, N> parameters) {
+    std::size_t piece = 0;
+    for (const Filter& filter : kFilters) {
+        if (piece == N || !skip(parameters[piece], Names::text_of(filter.name)) ||
+            !skip(parameters[piece], "=None")) {
+            return false;
+        }
+        if (parameters[piece].empty()) {
+            ++piece;
+        } else if (!skip(parameters[piece], ", ")) {
+            return false;
+        }
     }
-    arguments.add(names.function_family, function_family);
-    arguments.add(names.function_subfamily, function_subfamily);
-    arguments.add(names.feature_family, feature_family);
-    arguments.add(names.feature_subfamily, feature_subfamily);
-    arguments.add(names.strategy_pool_id, strategy_pool_id);
-    arguments.add(names.signal_pool_id, signal_pool_id);
-    arguments.add(names.strategy_signal_pool, strategy_signal_pool);
-    return arguments.call(attribute(engine, names._fetch_evaluations).get());
+    return piece == N;
 }
 
-Ref Filters::applied(const ModuleState& state) const {
-    const Names& names = state.names;
-    const std::pair<PyObject*, PyObject*> filters[] = {
-        {names.era_id, era_id},
-        {names.eval_type, eval_type},
-        {names.named_universe, named_universe},
-        {names.metaparameters, metaparameters},
-        {names.strategy_pool_id, strategy_pool_id},
-        {names.signal_pool_id, signal_pool_id},
-        {names.strategy_signal_pool, strategy_signal_pool},
-        {names.function_family, function_family},
-        {names.function_subfamily, function_subfamily},
-        {names.feature_family, feature_family},
-        {names.feature_subfamily, feature_subfamily},
-    };
+static_assert(list_filters(std::array{kSettingFilterParameters, kUsageFilterParameters,
+                                      kPoolFilterParameters}),
+              "kFilters and the texts of the parameters differ");
+
+// Adds the filters of `call`, and `eval_pool` in its place among them.
+Keywords arguments_of(const Call& call, bool has_eval_pool) {
+    const Names& names = call.names();
+    Keywords arguments(std::size(kFilters) + 1);
+    for (const Filter& filter : kFilters) {
+        PyObject* name = names.*filter.name;
+        arguments.add(name, call[name]);
+        if (has_eval_pool && name == names.metaparameters) {
+            arguments.add(names.eval_pool, call[names.eval_pool]);
+        }
+    }
+    return arguments;
+}
+
+Ref fetch_with(const Call& call, const Keywords& arguments) {
+    const Names& names = call.names();
+    return arguments.call(attribute(call[names.self], names._fetch_evaluations));
+}
+
+}  // namespace
+
+void validate_eval_type(const Call& call) {
+    const Names& names = call.names();
+    call_method(call[names.self], names._validate_eval_type, call[names.eval_type]);
+}
+
+Keywords filter_arguments(const Call& call) { return arguments_of(call, false); }
+
+Ref fetch(const Call& call) { return fetch_with(call, arguments_of(call, false)); }
+
+Ref fetch_from_pool(const Call& call) { return fetch_with(call, arguments_of(call, true)); }
+
+Ref filters_applied(const Call& call) {
+    const Names& names = call.names();
     Ref applied = new_dict();
-    for (const auto& [name, value] : filters) {
-        if (value != Py_None) {
-            set_item(applied, name, value);
+    for (const bool is_trackers : {true, false}) {
+        for (const Filter& filter : kFilters) {
+            PyObject* name = names.*filter.name;
+            if ((filter.kind == FilterKind::kTracker) == is_trackers && call[name] != Py_None) {
+                set_item(applied, name, call[name]);
+            }
         }
     }
     return applied;

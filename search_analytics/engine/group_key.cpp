@@ -1,114 +1,166 @@
 // Group keys: which functions and features an evaluation used, at one granularity.
 #include "engine/group_key.h"
 
-#include "host/statement.h"
+#include "engine/functions.h"
+#include "facade/statement.h"
 
 namespace search_analytics {
 
-using namespace host;
-
 namespace {
 
-// Beyond so many distinct values, comparing them one by one costs more than a real set does.
-constexpr std::size_t kMostPlainValues = 128;
+// The set of `_usage_value(item, key, ...)` over the items of a record.
+void collect(UsageReader& usage, PyObject* record, Side side, Arg key, NameSet& names) {
+    names.clear();
+    for_each(usage.items(record, side), [&](PyObject* item) {
+        names.add(as_generator_body([&] { return usage.value(item, key, side); }));
+    });
+}
+
+bool is_pair_of_str(const Ref& value) {
+    return !value.empty() && is_exact_tuple(value) && tuple_size(value) == 2 &&
+           is_exact_str(tuple_item(value, 0)) && is_exact_str(tuple_item(value, 1));
+}
 
 Ref build_group_key(const Call& call) {
     ModuleState& state = call.state();
-    PyObject* record = call[state.names.ev];
-    const Granularity granularity = granularity_of(state, call[state.names.aggregate_by]);
-    UsageReader reader(state);
-    KeySide functions;
-    KeySide features;
-    functions.collect(reader, record, Side::kFunctions, granularity.function_key.get());
-    features.collect(reader, record, Side::kFeatures, granularity.feature_key.get());
-    return tuple_of(functions.frozen(), features.frozen());
+    PyObject* record = call[state.names().ev];
+    const Granularity granularity = granularity_of(state, call[state.names().aggregate_by]);
+    UsageReader usage(state);
+    NameSet functions;
+    NameSet features;
+    collect(usage, record, Side::kFunctions, granularity.function_key, functions);
+    collect(usage, record, Side::kFeatures, granularity.feature_key, features);
+    const Ref function_side = functions.frozen();
+    const Ref feature_side = features.frozen();
+    return tuple_of(function_side, feature_side);
 }
 
 }  // namespace
 
-Granularity granularity_of(ModuleState& state, PyObject* aggregate_by) {
-    const Names& names = state.names;
+Granularity granularity_of(ModuleState& state, Arg aggregate_by) {
+    const Names& names = state.names();
     const Ref vocabulary = load_global(state, names.AggregateBy);
-    if (equal(aggregate_by, attribute(vocabulary.get(), names.NONE).get())) {
-        return {Ref::share(names.function_name), Ref::share(names.feature_name)};
+    if (equal(aggregate_by, attribute(vocabulary, names.NONE))) {
+        return {Ref::share(names.function_name), Ref::share(names.feature_name), true};
     }
     const auto [function_level, feature_level] =
-        unpack_pair(state, attribute(aggregate_by, names.value).get());
+        unpack_pair(state, attribute(aggregate_by, names.value));
     Granularity granularity;
-    granularity.function_key =
-        item(load_global(state, names.function_key_map).get(), function_level.get());
-    granularity.feature_key =
-        item(load_global(state, names.feature_key_map).get(), feature_level.get());
+    granularity.function_key = item(load_global(state, names.function_key_map), function_level);
+    granularity.feature_key = item(load_global(state, names.feature_key_map), feature_level);
     return granularity;
 }
 
-void KeySide::collect(UsageReader& reader, PyObject* record, Side side, PyObject* key) {
-    const Ref items = reader.items(record, side);
-    for_each(items.get(), [&](PyObject* item) {
-        const Ref value = as_generator_body([&] { return reader.value(item, key, side); });
-        add(value.get());
-    });
+const Granularity& GranularityCache::now() {
+    if (!has_same_levels()) {
+        granularity_ = granularity_of(state_, aggregate_by_);
+        learn();
+    } else if (!granularity_.is_by_name && !has_same_maps()) {
+        granularity_.function_key = look_up(function_map_, 0);
+        granularity_.feature_key = look_up(feature_map_, 1);
+    }
+    return granularity_;
 }
 
-bool KeySide::look(UsageReader& reader, PyObject* record, Side side, EntryReader& key) {
-    clear();
-    return reader.look(record, side, key, [&](PyObject* text) {
-        const Value value = {text_hash(text), text};
-        if (!is_present(value)) {
-            values_.push_back(value);
-        }
-        return values_.size() <= kMostPlainValues;
-    }) && values_.size() <= kMostPlainValues;
+// The item key of one of the two levels, as its key map has it now.
+Ref GranularityCache::look_up(const KeyMap& map, Py_ssize_t level) const {
+    return item(load_global(state_, map.name), tuple_item(levels_, level));
 }
 
-bool KeySide::is_present(const Value& value) const {
-    for (const Value& present : values_) {
-        if (present.hash == value.hash && same_text(present.text, value.text)) {
-            return true;
-        }
-    }
-    return false;
+// Notes what the granularity was worked out from, if it can be relied on.
+void GranularityCache::learn() {
+    PyObject* enumeration = type_of(aggregate_by_);
+    PyObject* metaclass = type_of(enumeration);
+    is_known_ = vocabulary_.is_original() && is_bound(state_, vocabulary_.name(), enumeration) &&
+                is_as_made(state_, enumeration) && is_as_made(state_, metaclass) &&
+                class_version(enumeration) != 0 && class_version(metaclass) != 0;
+    // Only of such a member: reading it from anything else may run code.
+    levels_ = is_known_ ? own_attribute(aggregate_by_, state_.names()._value_) : Ref();
+    is_known_ = is_known_ && (granularity_.is_by_name || is_pair_of_str(levels_));
+    member_ = Shape(aggregate_by_);
+    metaclass_ = Shape(enumeration);
+    value_.learn_by_peeking(aggregate_by_);
 }
 
-void KeySide::add(PyObject* value) {
-    holds_only_text_ = holds_only_text_ && PyUnicode_CheckExact(value);
-    if (is_plain() && holds_only_text_) [[likely]] {
-        const Value plain = {text_hash(value), value};
-        if (is_present(plain)) {
-            return;
-        }
-        if (values_.size() < kMostPlainValues) {
-            values_.push_back(plain);
-            owned_.push_back(Ref::share(value));
-            return;
-        }
+bool GranularityCache::has_same_levels() {
+    if (!is_known_ || !member_.fits(aggregate_by_) || !metaclass_.fits(type_of(aggregate_by_)) ||
+        !vocabulary_.is_original()) {
+        return false;
     }
-    if (is_plain()) {
-        freeze();
-    }
-    check(PySet_Add(frozen_.get(), value));
+    PyObject* levels = value_.peek(aggregate_by_);
+    return levels != nullptr
+               ? levels == levels_.get()
+               : own_attribute(aggregate_by_, state_.names()._value_).get() == levels_.get();
 }
 
-// Making a set can run code: it may start the garbage collector.
-void KeySide::freeze() {
-    if (owned_.empty()) {
-        for (const Value& value : values_) {
-            owned_.push_back(Ref::share(value.text));
-        }
+// Whether a key map holds the item key of a level still, and finding that out runs no code.
+bool GranularityCache::is_same(KeyMap& seen, Py_ssize_t level, const Ref& key) const {
+    const std::uint64_t globals_version = compat::dict_version(state_.globals());
+    if (seen.version != 0 && seen.globals_version == globals_version &&
+        seen.version == compat::dict_version(seen.map.get())) {
+        return true;
     }
-    frozen_ = Ref::steal(PyFrozenSet_New(nullptr));
-    for (const Value& value : values_) {
-        check(PySet_Add(frozen_.get(), value.text));
+    auto map = dict_entry(state_.globals(), seen.name);
+    if (!map || str_keys_of(map->get()) == nullptr) {
+        return false;
     }
-    values_.clear();
-    owned_.clear();
+    const auto entry = dict_entry(*map, tuple_item(levels_, level));
+    if (!entry || entry->get() != key.get()) {
+        return false;
+    }
+    seen.version = compat::dict_version(map->get());
+    seen.globals_version = globals_version;
+    seen.map = std::move(*map);
+    return true;
 }
 
-Ref KeySide::frozen() {
-    if (is_plain()) {
-        freeze();
+// Whether the item keys would be found in the key maps again, without running code for it.
+bool GranularityCache::has_same_maps() {
+    return is_same(function_map_, 0, granularity_.function_key) &&
+           is_same(feature_map_, 1, granularity_.feature_key);
+}
+
+bool GranularityCache::is_unchanged_and_exact() {
+    return has_same_levels() && (granularity_.is_by_name || has_same_maps());
+}
+
+bool GroupKey::peek(const View& view) {
+    assert(may_peek_);
+    return usage_.peek_names(view, Side::kFunctions, function_entry_, functions_) &&
+           usage_.peek_names(view, Side::kFeatures, feature_entry_, features_);
+}
+
+std::size_t GroupKey::operator()(Asked ev) {
+    if (!method_.is_surely_original()) {
+        const Ref method = attribute(engine_, state_.names()._build_group_key);
+        if (!method_.is_original(method)) {
+            return groups_.number_of(call(method, ev.record, aggregate_by_));
+        }
     }
-    return std::move(frozen_);
+    const Granularity& granularity = granularity_.now();
+    collect(usage_, ev.record, Side::kFunctions, granularity.function_key, functions_);
+    collect(usage_, ev.record, Side::kFeatures, granularity.feature_key, features_);
+    return groups_.number_of(functions_, features_);
+}
+
+bool GroupKey::knows(const Shape& shape) const {
+    return usage_.metadata(Side::kFunctions).knows(shape) &&
+           usage_.metadata(Side::kFeatures).knows(shape);
+}
+
+void GroupKey::read_ahead(ReadAhead& ahead) const {
+    ahead.add_items(usage_.metadata(Side::kFunctions), function_entry_);
+    ahead.add_items(usage_.metadata(Side::kFeatures), feature_entry_);
+}
+
+void GroupKey::refresh() {
+    usage_.refresh();
+    may_peek_ =
+        method_.is_surely_original() && groups_.is_exact() && granularity_.is_unchanged_and_exact();
+    if (may_peek_) {
+        function_entry_.set_key(granularity_.last().function_key.get());
+        feature_entry_.set_key(granularity_.last().feature_key.get());
+    }
 }
 
 const FunctionDescription kBuildGroupKey = {

@@ -4,26 +4,24 @@
 #include <algorithm>
 #include <cmath>
 
-#include "host/containers.h"
+#include "names/names.h"
 
 namespace search_analytics {
-
-using namespace host;
 
 namespace {
 
 // row.windows[0].composite_score
-Ref first_score(const Names& names, PyObject* row) {
+Ref first_score(const Names& names, Arg row) {
     const Ref windows = attribute(row, names.windows);
-    return attribute(item(windows.get(), Py_ssize_t{0}).get(), names.composite_score);
+    return attribute(item(windows, 0), names.composite_score);
 }
 
-Ref sort_key(const Names& names, PyObject* row, Direction direction) {
+Ref sort_key(const Names& names, Arg row, Direction direction) {
     Ref score = first_score(names, row);
     if (direction == Direction::kDescending) {
-        score = negative(score.get());
+        score = negative(score);
     }
-    const Ref count = negative(attribute(row, names.evaluation_count).get());
+    const Ref count = negative(attribute(row, names.evaluation_count));
     return tuple_of(score, count);
 }
 
@@ -45,24 +43,22 @@ struct RankedRow {
 };
 
 // The row's place in the order, or nothing where it has none among floats.
-std::optional<RankedRow> ranked(const Names& names, PyObject* row, Py_ssize_t position) {
+std::optional<RankedRow> ranked(const Names& names, Arg row, Py_ssize_t position) {
     const Ref score = first_score(names, row);
     const Ref count = attribute(row, names.evaluation_count);
-    if (!PyFloat_CheckExact(score.get()) || std::isnan(PyFloat_AS_DOUBLE(score.get())) ||
-        !PyLong_CheckExact(count.get())) {
+    if (!is_exact_float(score) || std::isnan(as_double(score)) || !is_exact_int(count)) {
         return std::nullopt;
     }
-    return RankedRow{PyFloat_AS_DOUBLE(score.get()), check_size(PyLong_AsSsize_t(count.get())),
-                     position};
+    return RankedRow{as_double(score), as_count(count), position};
 }
 
 }  // namespace
 
-bool sort_plain_rows(const Names& names, const Ref& rows, Direction direction) {
+bool sort_original_rows(const Names& names, const Ref& rows, Direction direction) {
     std::vector<RankedRow> ranking;
-    const Ref unsorted = list_of(rows.get());
+    const Ref unsorted = list_of(rows);
     for (Py_ssize_t i = 0; i < list_size(unsorted); ++i) {
-        const auto row = ranked(names, item(unsorted.get(), i).get(), i);
+        const auto row = ranked(names, item(unsorted, i).get(), i);
         if (!row) {
             return false;
         }
@@ -76,8 +72,7 @@ bool sort_plain_rows(const Names& names, const Ref& rows, Direction direction) {
         return left.count > right.count;
     });
     for (std::size_t i = 0; i < ranking.size(); ++i) {
-        Ref row = item(unsorted.get(), ranking[i].position);
-        check(PyList_SetItem(rows.get(), static_cast<Py_ssize_t>(i), row.release()));
+        set_list_item(rows, static_cast<Py_ssize_t>(i), list_item(unsorted, ranking[i].position));
     }
     return true;
 }
@@ -85,7 +80,7 @@ bool sort_plain_rows(const Names& names, const Ref& rows, Direction direction) {
 void sort_rows(ModuleState& state, const Ref& rows, Direction direction) {
     const Ref key =
         make_function(state, direction == Direction::kAscending ? kAscendingKey : kDescendingKey);
-    sort_by(state, rows, key.get());
+    sort_by(state, rows, key);
 }
 
 }  // namespace search_analytics

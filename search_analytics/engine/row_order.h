@@ -1,7 +1,7 @@
 // The order of statistics rows.
 #pragma once
 
-#include "host/function.h"
+#include "facade/function.h"
 
 namespace search_analytics {
 
@@ -9,10 +9,10 @@ enum class Direction { kAscending, kDescending };
 
 // Sorts rows in place by the composite score of their first window; among equal scores the group
 // with more evaluations comes first in either direction, and then the one first met.
-void sort_rows(host::ModuleState& state, const host::Ref& rows, Direction direction);
+void sort_rows(ModuleState& state, const Ref& rows, Direction direction);
 
 // The same without a call per row, for rows that are the module's own records. Returns false, and
 // leaves the rows as they are, where a score is anything but a float with a place in the order.
-bool sort_plain_rows(const host::Names& names, const host::Ref& rows, Direction direction);
+bool sort_original_rows(const Names& names, const Ref& rows, Direction direction);
 
 }  // namespace search_analytics

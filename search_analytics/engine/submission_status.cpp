@@ -3,28 +3,25 @@
 
 #include "engine/schema.h"
 #include "engine/statistic.h"
-#include "host/containers.h"
-#include "host/statement.h"
+#include "facade/statement.h"
 
 namespace search_analytics {
-
-using namespace host;
 
 namespace {
 
 // The row's flag wins over its status text.
-Ref flag_of(PyObject* row) {
-    if (item(row, Py_ssize_t{1}).is_none()) {
+Ref flag_of(Arg row) {
+    if (item(row, 1).is_none()) {
         return Ref::none();
     }
-    return boolean(truth(item(row, Py_ssize_t{1}).get()));
+    return new_bool(truth(item(row, 1)));
 }
 
-Ref flag_from_status(const Names& names, PyObject* status) {
+Ref flag_from_status(const Names& names, Arg status) {
     if (equal(status, names.useful)) {
-        return boolean(true);
+        return new_bool(true);
     }
-    return equal(status, names.not_useful) ? boolean(false) : Ref::none();
+    return equal(status, names.not_useful) ? new_bool(false) : Ref::none();
 }
 
 }  // namespace
@@ -32,34 +29,31 @@ Ref flag_from_status(const Names& names, PyObject* status) {
 SubmissionStatusReader::SubmissionStatusReader(ModuleState& state, Ref conn)
     : state_(state),
       conn_(std::move(conn)),
-      table_is_original_(
-          is_original(state, state.names._submission_status_table_and_signal_column)),
-      probe_is_original_(is_original(state, state.names._tracker_table_exists)) {}
+      find_table_(state, state.names()._submission_status_table_and_signal_column),
+      probe_(state, state.names()._tracker_table_exists) {}
 
-void SubmissionStatusReader::find_table(PyObject* eval_type) {
-    const Names& names = state_.names;
-    if (table_is_original_) {
+void SubmissionStatusReader::find_table(Arg eval_type) {
+    const Names& names = state_.names();
+    if (find_table_.is_original()) {
         const StatusTable found = submission_status_table(names, eval_type);
         table_ = Ref::share(found.table);
         pool_column_ = Ref::share(found.pool_column);
         return;
     }
-    const Ref pair =
-        call_global(state_, names._submission_status_table_and_signal_column, eval_type);
-    auto [table, pool_column] = unpack_pair(state_, pair.get());
+    const Ref pair = call_global(state_, find_table_.name(), eval_type);
+    auto [table, pool_column] = unpack_pair(state_, pair);
     table_ = std::move(table);
     pool_column_ = std::move(pool_column);
 }
 
-bool SubmissionStatusReader::table_exists() const {
-    if (!truth(table_.get())) {
+bool SubmissionStatusReader::table_exists() {
+    if (!truth(table_)) {
         return false;
     }
-    if (probe_is_original_) {
-        return tracker_table_exists(state_.names, conn_.get(), table_.get());
+    if (probe_.is_original()) {
+        return tracker_table_exists(state_.names(), conn_, table_);
     }
-    return truth(
-        call_global(state_, state_.names._tracker_table_exists, conn_.get(), table_.get()).get());
+    return truth(call_global(state_, probe_.name(), conn_, table_));
 }
 
 // Table and column are the only parts that vary, and come from a fixed list; whatever a caller
@@ -70,39 +64,39 @@ Ref SubmissionStatusReader::query_text() {
             return known.text.copy();
         }
     }
-    const Ref select = Ref::steal(PyNumber_Add(
-        unicode("SELECT status, useful_flag, rejection_reason, ").get(), pool_column_.get()));
-    const Ref from = concatenate(select.get(), "\n                       FROM ");
-    const Ref from_table = Ref::steal(PyNumber_Add(from.get(), table_.get()));
-    Ref query = concatenate(from_table.get(),
+    const Ref select = add(new_str("SELECT status, useful_flag, rejection_reason, "), pool_column_);
+    const Ref from = concatenate(select, "\n                       FROM ");
+    const Ref from_table = add(from, table_);
+    Ref query = concatenate(from_table,
                             "\n                       WHERE eval_id=?"
                             "\n                       ORDER BY status_id DESC"
                             "\n                       LIMIT 1");
-    queries_[oldest_query_] = {table_.copy(), pool_column_.copy(), query.copy()};
-    oldest_query_ = (oldest_query_ + 1) % queries_.size();
+    if (is_exact_str(table_) && is_exact_str(pool_column_)) {
+        queries_[oldest_query_] = {table_.copy(), pool_column_.copy(), query.copy()};
+        oldest_query_ = (oldest_query_ + 1) % queries_.size();
+    }
     return query;
 }
 
-SubmissionStatus SubmissionStatusReader::read(PyObject* ev, PyObject* eval_type,
-                                              AttributeReader& eval_id) {
-    const Names& names = state_.names;
+SubmissionStatus SubmissionStatusReader::read(Asked ev, Arg eval_type, AnyValue& eval_id) {
+    const Names& names = state_.names();
     SubmissionStatus found = {Ref::none(), Ref::none(), Ref::none(), Ref::none()};
     find_table(eval_type);
     if (table_exists()) {
-        const Ref execute = attribute(conn_.get(), names.execute);
+        const Ref execute = attribute(conn_, names.execute);
         const Ref query = query_text();
-        const Ref parameters = tuple_of(eval_id.read(ev));
-        const Ref cursor = call(execute.get(), query.get(), parameters.get());
-        const Ref row = call_method(cursor.get(), names.fetchone);
+        const Ref parameters = tuple_of(eval_id(ev));
+        const Ref cursor = call(execute, query, parameters);
+        const Ref row = call_method(cursor, names.fetchone);
         if (!row.is_none()) {
-            found.status = item(row.get(), Py_ssize_t{0});
-            found.useful = flag_of(row.get());
-            found.rejection_reason = item(row.get(), Py_ssize_t{2});
-            found.pool = item(row.get(), Py_ssize_t{3});
+            found.status = item(row, 0);
+            found.useful = flag_of(row);
+            found.rejection_reason = item(row, 2);
+            found.pool = item(row, 3);
         }
     }
     if (found.useful.is_none()) {
-        found.useful = flag_from_status(names, found.status.get());
+        found.useful = flag_from_status(names, found.status);
     }
     return found;
 }

@@ -3,17 +3,17 @@
 
 #include <array>
 
-#include "host/attribute_reader.h"
-#include "host/function.h"
+#include "facade/module_state.h"
+#include "records/fields.h"
 
 namespace search_analytics {
 
 // The latest status row of an evaluation; every field is None where there is no row.
 struct SubmissionStatus {
-    host::Ref status;
-    host::Ref useful;  // True, False, or None where nothing says
-    host::Ref rejection_reason;
-    host::Ref pool;
+    Ref status;
+    Ref useful;  // True, False, or None where nothing says
+    Ref rejection_reason;
+    Ref pool;
 };
 
 // Reads submission statuses through the tracker's connection: one probe for the table and one
@@ -21,27 +21,27 @@ struct SubmissionStatus {
 class SubmissionStatusReader {
    public:
     // `conn` may be None, where the tracker has no database.
-    SubmissionStatusReader(host::ModuleState& state, host::Ref conn);
+    SubmissionStatusReader(ModuleState& state, Ref conn);
 
     // The status of one evaluation, whose type was read before; its id is read if it is needed.
-    SubmissionStatus read(PyObject* ev, PyObject* eval_type, host::AttributeReader& eval_id);
+    SubmissionStatus read(Asked ev, Arg eval_type, AnyValue& eval_id);
 
    private:
-    void find_table(PyObject* eval_type);
-    bool table_exists() const;
-    host::Ref query_text();
+    void find_table(Arg eval_type);
+    bool table_exists();
+    Ref query_text();
 
-    host::ModuleState& state_;
-    host::Ref conn_;
-    bool table_is_original_;
-    bool probe_is_original_;
-    host::Ref table_;
-    host::Ref pool_column_;
+    ModuleState& state_;
+    Ref conn_;
+    WatchedGlobal find_table_;
+    WatchedGlobal probe_;
+    Ref table_;
+    Ref pool_column_;
     // The texts of the last queries, and what they were made of: there are two kinds of evaluation.
     struct Query {
-        host::Ref table;
-        host::Ref pool_column;
-        host::Ref text;
+        Ref table;
+        Ref pool_column;
+        Ref text;
     };
     std::array<Query, 2> queries_;
     std::size_t oldest_query_ = 0;

@@ -1,14 +1,11 @@
 // Telling an agent's own measure from the server's.
-#include "engine/tamper.h"
-
 #include <cmath>
 #include <limits>
 
-#include "host/containers.h"
+#include "engine/functions.h"
+#include "names/names.h"
 
 namespace search_analytics {
-
-using namespace host;
 
 namespace {
 
@@ -16,12 +13,9 @@ namespace {
 constexpr double kTolerance = 1e-9;
 
 // float(value), or nothing where the value is no number.
-std::optional<Ref> as_float(PyObject* value) {
-    if (PyFloat_CheckExact(value)) {
-        return Ref::share(value);
-    }
+std::optional<Ref> as_float(Arg value) {
     try {
-        return Ref::steal(PyNumber_Float(value));
+        return to_float(value);
     } catch (const ErrorSet&) {
         if (!error_is(PyExc_TypeError) && !error_is(PyExc_ValueError)) {
             throw;
@@ -31,22 +25,11 @@ std::optional<Ref> as_float(PyObject* value) {
     }
 }
 
-// Whether math.isfinite stands as the module found it; looked at without running code.
-bool isfinite_is_original(const ModuleState& state) {
-    const Names& names = state.names;
-    const auto math = dict_entry(state.globals(), names.math);
-    if (!math || !PyModule_CheckExact(math->get())) {
-        return false;
-    }
-    const auto test = dict_entry(PyModule_GetDict(math->get()), names.isfinite);
-    return test && is_bound(state, names.isfinite, test->get());
-}
-
 // math.isfinite(value), whatever stands there now.
 bool ask_isfinite(const ModuleState& state, const Ref& value) {
-    const Ref math = load_global(state, state.names.math);
-    const Ref test = attribute(math.get(), state.names.isfinite);
-    return truth(call(test.get(), value.get()).get());
+    const Ref math = load_global(state, state.names().math);
+    const Ref test = attribute(math, state.names().isfinite);
+    return truth(call(test, value));
 }
 
 Ref pnl_mi_tamper_delta_function(const Call& call) {
@@ -56,8 +39,8 @@ Ref pnl_mi_tamper_delta_function(const Call& call) {
 
 }  // namespace
 
-Ref pnl_mi_tamper_delta(const ModuleState& state, PyObject* agent_value, PyObject* server_value) {
-    if (agent_value == Py_None || server_value == Py_None) {
+Ref pnl_mi_tamper_delta(const ModuleState& state, Arg agent_value, Arg server_value) {
+    if (agent_value.is_none() || server_value.is_none()) {
         return Ref::none();
     }
     const auto agent = as_float(agent_value);
@@ -68,21 +51,21 @@ Ref pnl_mi_tamper_delta(const ModuleState& state, PyObject* agent_value, PyObjec
     if (!server) {
         return Ref::none();
     }
-    const bool can_look = isfinite_is_original(state);
+    const Names& names = state.names();
+    const bool is_usual = is_original_member(state, names.math, names.isfinite);
     const auto is_finite = [&](const Ref& value) {
-        return can_look ? std::isfinite(PyFloat_AS_DOUBLE(value.get()))
-                        : ask_isfinite(state, value);
+        return is_usual ? std::isfinite(as_double(value)) : ask_isfinite(state, value);
     };
-    const double agent_number = PyFloat_AS_DOUBLE(agent->get());
+    const double agent_number = as_double(*agent);
     // A zero from the agent stands for "not reported".
     if (agent_number == 0.0 || !is_finite(*server)) {
         return Ref::none();
     }
     if (!is_finite(*agent)) {
-        return real(std::numeric_limits<double>::infinity());
+        return new_float(std::numeric_limits<double>::infinity());
     }
-    const double delta = std::fabs(agent_number - PyFloat_AS_DOUBLE(server->get()));
-    return delta > kTolerance ? real(delta) : Ref::none();
+    const double delta = std::fabs(agent_number - as_double(*server));
+    return delta > kTolerance ? new_float(delta) : Ref::none();
 }
 
 const FunctionDescription kPnlMiTamperDelta = {

@@ -1,13 +1,13 @@
 // What an evaluation used: its functions and features as items, and the names in them.
 #include "engine/usage.h"
 
-namespace search_analytics {
+#include "engine/functions.h"
 
-using namespace host;
+namespace search_analytics {
 
 namespace {
 
-bool has_dictionary(PyObject* names) {
+bool has_dictionary(Arg names) {
     bool found = false;
     for_each_until(names, [&](PyObject* name) {
         found = is_dict(name);
@@ -17,30 +17,24 @@ bool has_dictionary(PyObject* names) {
 }
 
 // key == name_key; the keys are interned as a rule
-bool same_key(PyObject* key, PyObject* name_key) {
-    if (key == name_key && PyUnicode_CheckExact(key)) {
-        return true;
-    }
-    return equal(key, name_key);
+bool same_key(Arg key, Arg name_key) {
+    return (key == name_key.get() && is_exact_str(key)) || equal(key, name_key);
 }
 
-bool is_truthy_value(PyObject* value) {
-    if (PyUnicode_CheckExact(value)) {
-        return PyUnicode_GET_LENGTH(value) > 0;
-    }
-    return truth(value);
+bool is_truthy_value(Arg value) {
+    return is_exact_str(value) ? !is_empty_text(value) : truth(value);
 }
 
-Ref call_usage_items(const ModuleState& state, PyObject* record, PyObject* metadata_attr,
-                     PyObject* names_attr, PyObject* name_key) {
-    return call_global(state, state.names._usage_items, record, metadata_attr, names_attr,
+Ref call_usage_items(const ModuleState& state, Arg record, Arg metadata_attr, Arg names_attr,
+                     Arg name_key) {
+    return call_global(state, state.names()._usage_items, record, metadata_attr, names_attr,
                        name_key);
 }
 
 Ref usage_items_function(const Call& call) {
     const Names& names = call.names();
-    AttributeReader metadata(call[names.metadata_attr]);
-    AttributeReader bare_names(call[names.names_attr]);
+    Attribute metadata(call[names.metadata_attr]);
+    Attribute bare_names(call[names.names_attr]);
     return usage_items(call[names.record], metadata, bare_names, call[names.name_key]);
 }
 
@@ -63,30 +57,29 @@ Ref usage_value_function(const Call& call) {
 
 }  // namespace
 
-Ref usage_items(PyObject* record, AttributeReader& metadata, AttributeReader& bare_names,
-                PyObject* name_key) {
-    Ref rich = metadata.read_or_none(record);
-    if (truth(rich.get())) {
+Ref usage_items(PyObject* record, Attribute& metadata, Attribute& bare_names, PyObject* name_key) {
+    Ref rich = metadata.ask_or_none(record);
+    if (truth(rich)) {
         return rich;
     }
-    Ref names = bare_names.read_or_none(record);
-    if (!truth(names.get())) {
+    Ref names = bare_names.ask_or_none(record);
+    if (!truth(names)) {
         return new_list();
     }
-    if (has_dictionary(names.get())) {
+    if (has_dictionary(names)) {
         return names;
     }
     Ref items = new_list();
-    for_each(names.get(), [&](PyObject* name) {
+    for_each(names, [&](PyObject* name) {
         const Ref item = new_dict();
         set_item(item, name_key, name);
-        append(items, item.get());
+        append(items, item);
     });
     return items;
 }
 
 // A bare name is its own name and has no family.
-Ref usage_value(const Names& names, PyObject* item, PyObject* key, PyObject* name_key) {
+Ref usage_value(const Names& names, Arg item, Arg key, Arg name_key) {
     if (!is_dict(item)) {
         return same_key(key, name_key) ? text(item) : Ref::share(names.empty);
     }
@@ -94,41 +87,46 @@ Ref usage_value(const Names& names, PyObject* item, PyObject* key, PyObject* nam
     if (value.is_none()) {
         value = get_or_none(item, name_key, names.get);
     }
-    return is_truthy_value(value.get()) ? std::move(value) : Ref::share(names.empty);
+    return is_truthy_value(value) ? std::move(value) : Ref::share(names.empty);
 }
 
-UsageReader::SideReaders::SideReaders(const ModuleState& state, PyObject* items_name,
-                                      PyObject* metadata_attr, PyObject* names_attr,
-                                      PyObject* item_name_key)
+UsageReader::Readers::Readers(const ModuleState& state, PyObject* items_name,
+                              PyObject* metadata_attr, PyObject* names_attr,
+                              PyObject* item_name_key)
     : metadata(metadata_attr),
       names(names_attr),
       name_key(item_name_key),
-      items_function(items_name),
-      items_are_original(is_original(state, items_name) &&
-                         is_original(state, state.names._usage_items)) {}
+      items_function(state, items_name) {}
 
 UsageReader::UsageReader(const ModuleState& state)
     : state_(state),
-      functions_(state, state.names._function_items, state.names.function_metadata,
-                 state.names.functions, state.names.function_name),
-      features_(state, state.names._feature_items, state.names.feature_metadata,
-                state.names.features, state.names.feature_name),
-      value_is_original_(is_original(state, state.names._usage_value)) {}
+      usage_items_(state, state.names()._usage_items),
+      usage_value_(state, state.names()._usage_value),
+      functions_(state, state.names()._function_items, state.names().function_metadata,
+                 state.names().functions, state.names().function_name),
+      features_(state, state.names()._feature_items, state.names().feature_metadata,
+                state.names().features, state.names().feature_name) {}
 
-Ref UsageReader::items(PyObject* record, Side side) {
-    SideReaders& readers = of(side);
-    if (readers.items_are_original) {
-        return usage_items(record, readers.metadata, readers.names, readers.name_key);
-    }
-    return call_global(state_, readers.items_function, record);
+void UsageReader::refresh() {
+    const bool are_original = usage_items_.is_original() && usage_value_.is_original();
+    functions_.may_peek = are_original && functions_.items_function.is_original();
+    features_.may_peek = are_original && features_.items_function.is_original();
 }
 
-Ref UsageReader::value(PyObject* item, PyObject* key, Side side) const {
-    PyObject* name_key = of(side).name_key;
-    if (value_is_original_) {
-        return usage_value(state_.names, item, key, name_key);
+Ref UsageReader::items(PyObject* record, Side side) {
+    Readers& readers = of(side);
+    if (readers.items_function.is_original() && usage_items_.is_original()) {
+        return usage_items(record, readers.metadata, readers.names, readers.name_key);
     }
-    return call_global(state_, state_.names._usage_value, item, key, name_key);
+    return call_global(state_, readers.items_function.name(), record);
+}
+
+Ref UsageReader::value(Arg item, Arg key, Side side) {
+    PyObject* name_key = of(side).name_key;
+    if (usage_value_.is_original()) {
+        return usage_value(state_.names(), item, key, name_key);
+    }
+    return call_global(state_, usage_value_.name(), item, key, name_key);
 }
 
 const FunctionDescription kUsageItems = {

@@ -1,80 +1,78 @@
 // What an evaluation used: its functions and features as items, and the names in them.
 #pragma once
 
-#include "host/attribute_reader.h"
-#include "host/containers.h"
-#include "host/entry_reader.h"
-#include "host/function.h"
+#include <span>
+
+#include "facade/module_state.h"
+#include "names/names.h"
+#include "records/fields.h"
+#include "tables/name_set.h"
 
 namespace search_analytics {
 
-extern const host::FunctionDescription kUsageItems;
-extern const host::FunctionDescription kFunctionItems;
-extern const host::FunctionDescription kFeatureItems;
-extern const host::FunctionDescription kUsageValue;
-
 enum class Side { kFunctions, kFeatures };
 
-// Reads items and names through the module's helpers as they stand when an operation starts: a
-// helper that a caller has replaced is called, one that stands as it was made is not called but
-// carried out here.
+// Reads items and names through the module's helpers as they stand whenever one is used: a helper
+// that a caller has replaced is called, one that stands as it was made is not called but carried
+// out here.
 class UsageReader {
    public:
-    explicit UsageReader(const host::ModuleState& state);
+    explicit UsageReader(const ModuleState& state);
 
     // _function_items(record) or _feature_items(record)
-    host::Ref items(PyObject* record, Side side);
+    Ref items(PyObject* record, Side side);
 
     // The item's value under `key`, by _usage_value with the side's name key to fall back on.
-    host::Ref value(PyObject* item, PyObject* key, Side side) const;
-
-    // Calls `visit` with the value of each item of `record` in turn.
-    template <typename Visit>
-    void for_each_value(PyObject* record, Side side, PyObject* key, Visit&& visit);
+    Ref value(Arg item, Arg key, Side side);
 
     // Calls `visit` with the value under `key` of each item of `record`, borrowed, until it returns
-    // false. Returns whether looking was enough to read them, without running code, and all were
-    // plain strings that say something (an empty one counts as no name where pairs are formed); if
-    // not, `visit` may have seen some nevertheless.
+    // false. Returns whether all that were visited could be peeked at and are exact strings that
+    // say something (an empty one counts as no name where pairs are formed); if not, `visit` may
+    // have seen some nevertheless.
     template <typename Visit>
-    bool look(PyObject* record, Side side, host::EntryReader& key, Visit&& visit) const;
+    bool peek(const View& view, Side side, Entry& key, Visit&& visit) const;
 
-    // The reader of a side's metadata, for reading ahead.
-    const host::AttributeReader* metadata(Side side) const { return &of(side).metadata; }
+    // Fills `names` with the distinct values; false where they cannot be peeked at, or are many.
+    bool peek_names(const View& view, Side side, Entry& key, NameSet& names) const;
+
+    // To be called before peeking when code may have run.
+    void refresh();
+
+    // The attribute that holds a side's items.
+    const Attribute& metadata(Side side) const { return of(side).metadata; }
 
    private:
-    struct SideReaders {
-        SideReaders(const host::ModuleState& state, PyObject* items_function, PyObject* metadata,
-                    PyObject* names, PyObject* name_key);
+    struct Readers {
+        Readers(const ModuleState& state, PyObject* items_function, PyObject* metadata,
+                PyObject* names, PyObject* name_key);
 
-        host::AttributeReader metadata;
-        host::AttributeReader names;
+        Attribute metadata;
+        Attribute names;
         PyObject* name_key;
-        PyObject* items_function;
-        bool items_are_original;
+        WatchedGlobal items_function;
+        bool may_peek = false;
     };
-    SideReaders& of(Side side) { return side == Side::kFunctions ? functions_ : features_; }
-    const SideReaders& of(Side side) const {
-        return side == Side::kFunctions ? functions_ : features_;
-    }
+    Readers& of(Side side) { return side == Side::kFunctions ? functions_ : features_; }
+    const Readers& of(Side side) const { return side == Side::kFunctions ? functions_ : features_; }
 
-    const host::ModuleState& state_;
-    SideReaders functions_;
-    SideReaders features_;
-    bool value_is_original_;
+    const ModuleState& state_;
+    WatchedGlobal usage_items_;
+    WatchedGlobal usage_value_;
+    Readers functions_;
+    Readers features_;
 };
 
 template <typename Visit>
-bool UsageReader::look(PyObject* record, Side side, host::EntryReader& key, Visit&& visit) const {
-    const SideReaders& readers = of(side);
-    PyObject* items = readers.metadata.look(record);
-    if (items == nullptr || !PyList_CheckExact(items) || PyList_GET_SIZE(items) == 0 ||
-        !readers.items_are_original || !value_is_original_) {
+bool UsageReader::peek(const View& view, Side side, Entry& key, Visit&& visit) const {
+    const Readers& readers = of(side);
+    PyObject* items = readers.may_peek ? readers.metadata.peek_if_known(view) : nullptr;
+    if (items == nullptr || !is_exact_list(items) || list_size(items) == 0) {
         return false;
     }
-    for (PyObject* item : host::items_of(items)) {
-        PyObject* value = key.look(item);
-        if (value == nullptr || !host::is_plain_text(value) || PyUnicode_GET_LENGTH(value) == 0) {
+    const auto count = static_cast<std::size_t>(list_size(items));
+    for (PyObject* item : std::span(items_in_place(items), count)) {
+        PyObject* value = key.peek(item);
+        if (value == nullptr || !is_exact_str(value) || is_empty_text(value)) {
             return false;
         }
         if (!visit(value)) {
@@ -84,18 +82,49 @@ bool UsageReader::look(PyObject* record, Side side, host::EntryReader& key, Visi
     return true;
 }
 
-// The algorithms of `_usage_items` and `_usage_value`.
-host::Ref usage_items(PyObject* record, host::AttributeReader& metadata,
-                      host::AttributeReader& names, PyObject* name_key);
-host::Ref usage_value(const host::Names& names, PyObject* item, PyObject* key, PyObject* name_key);
-
-template <typename Visit>
-void UsageReader::for_each_value(PyObject* record, Side side, PyObject* key, Visit&& visit) {
-    const host::Ref all = items(record, side);
-    host::for_each(all.get(), [&](PyObject* item) {
-        const host::Ref found = value(item, key, side);
-        visit(found.get());
-    });
+inline bool UsageReader::peek_names(const View& view, Side side, Entry& key, NameSet& names) const {
+    names.clear();
+    bool are_few = true;
+    return peek(view, side, key,
+                [&](PyObject* name) {
+                    are_few = names.add_borrowed(name);
+                    return are_few;
+                }) &&
+           are_few;
 }
+
+// A field: the distinct values under one key of the items on one side. What an asked record's set
+// is made of differs from question to question: `collect` adds it to the set it is given.
+template <typename Collect>
+class UsedNames {
+   public:
+    // REQUIRES: `key` outlives the field.
+    UsedNames(UsageReader& usage, Side side, PyObject* key, Collect collect)
+        : usage_(usage), side_(side), entry_(key), collect_(std::move(collect)) {}
+
+    bool peek(const View& view) { return usage_.peek_names(view, side_, entry_, names_); }
+
+    NameSet& operator()(Peeked) { return names_; }
+    NameSet& operator()(Asked ev) {
+        names_.clear();
+        collect_(ev.record, names_);
+        return names_;
+    }
+
+    bool knows(const Shape& shape) const { return usage_.metadata(side_).knows(shape); }
+    void refresh() { usage_.refresh(); }
+    void read_ahead(ReadAhead& ahead) const { ahead.add_items(usage_.metadata(side_), entry_); }
+
+   private:
+    UsageReader& usage_;
+    Side side_;
+    Entry entry_;
+    Collect collect_;
+    NameSet names_;
+};
+
+// The algorithms of `_usage_items` and `_usage_value`.
+Ref usage_items(PyObject* record, Attribute& metadata, Attribute& names, PyObject* name_key);
+Ref usage_value(const Names& names, Arg item, Arg key, Arg name_key);
 
 }  // namespace search_analytics

@@ -1,11 +1,8 @@
 // Reading a configuration value that may be a mapping or an object.
-#include "environment/attr_or_item.h"
-
-#include "host/containers.h"
+#include "environment/helpers.h"
+#include "names/names.h"
 
 namespace search_analytics {
-
-using namespace host;
 
 namespace {
 
@@ -19,10 +16,10 @@ Ref get_attr_or_item(const Call& call) {
     if (is_dict(value)) {
         return call_method(value, names.get, key, default_value);
     }
-    if (!PyUnicode_Check(key)) {
+    if (!is_str(key)) {
         // TypeError, in the built-in function's own words.
-        const auto getattr = dict_entry(PyEval_GetBuiltins(), names.getattr);
-        return getattr ? host::call(getattr->get(), value, key) : attribute(value, key);
+        const auto getattr = builtin(names.getattr);
+        return getattr ? search_analytics::call(*getattr, value, key) : attribute(value, key);
     }
     auto found = optional_attribute(value, key);
     return found ? std::move(*found) : Ref::share(default_value);
@@ -30,8 +27,8 @@ Ref get_attr_or_item(const Call& call) {
 
 }  // namespace
 
-Ref attr_or_item(const ModuleState& state, PyObject* value, PyObject* key) {
-    return call_global(state, state.names._get_attr_or_item, value, key);
+Ref attr_or_item(const ModuleState& state, Arg value, Arg key) {
+    return call_global(state, state.names()._get_attr_or_item, value, key, Py_None);
 }
 
 const FunctionDescription kGetAttrOrItem = {

@@ -1,13 +1,9 @@
 // Where an era configuration can stand, and how its pools are read from it.
-#include "environment/era_config.h"
-
-#include "environment/attr_or_item.h"
-#include "host/containers.h"
-#include "host/generator.h"
+#include "environment/helpers.h"
+#include "facade/generator.h"
+#include "names/names.h"
 
 namespace search_analytics {
-
-using namespace host;
 
 namespace {
 
@@ -18,18 +14,21 @@ Ref unwrap_era_config(const Call& call) {
     if (value == Py_None) {
         return Ref::none();
     }
-    if (is_dict(value) && is_dict(call_method(value, names.get, names.era_config).get())) {
+    if (is_dict(value) && is_dict(call_method(value, names.get, names.era_config))) {
         return item(value, names.era_config);
     }
     const Ref to_dict = attribute_or_none(value, names.to_dict);
-    if (PyCallable_Check(to_dict.get()) != 0) {
-        return host::call(to_dict.get());
+    if (is_callable(to_dict)) {
+        return search_analytics::call(to_dict);
     }
     return Ref::share(value);
 }
 
-Ref unwrapped(const ModuleState& state, PyObject* value) {
-    return call_global(state, state.names._unwrap_era_config, value);
+// `_unwrap_era_config(value())`: the function is looked up before its argument is worked out.
+template <typename Value>
+Ref unwrapped(const ModuleState& state, Value&& value) {
+    const Ref unwrap = load_global(state, state.names()._unwrap_era_config);
+    return call(unwrap, value());
 }
 
 // The places in their order of precedence: four keys of the onboarding configuration, that
@@ -39,10 +38,10 @@ constexpr int kKeyCount = 4;
 enum Place : int { kOnboardingConfig = kKeyCount, kActiveHandle, kRuntime, kPlaceCount };
 
 std::optional<Ref> candidate(ModuleState& state, PyObject* arguments, int step) {
-    const Names& names = state.names;
-    PyObject* onboarding_config = PyTuple_GET_ITEM(arguments, 0);
-    PyObject* active_handle = PyTuple_GET_ITEM(arguments, 1);
-    PyObject* runtime = PyTuple_GET_ITEM(arguments, 2);
+    const Names& names = state.names();
+    PyObject* onboarding_config = tuple_item(arguments, 0);
+    PyObject* active_handle = tuple_item(arguments, 1);
+    PyObject* runtime = tuple_item(arguments, 2);
     if (step < kKeyCount) {
         PyObject* const keys[kKeyCount] = {names.era_config, names.current_era_config,
                                            names.synced_era_config, names.era};
@@ -50,34 +49,36 @@ std::optional<Ref> candidate(ModuleState& state, PyObject* arguments, int step) 
         if (!is_dict(onboarding_config) || !contains(onboarding_config, key)) {
             return std::nullopt;
         }
-        return unwrapped(state, call_method(onboarding_config, names.get, key).get());
+        return unwrapped(state, [&] { return call_method(onboarding_config, names.get, key); });
     }
     if (step == kOnboardingConfig && is_dict(onboarding_config)) {
-        return unwrapped(state, onboarding_config);
+        return unwrapped(state, [&] { return Arg(onboarding_config); });
     }
     if (step == kActiveHandle && active_handle != Py_None) {
-        return unwrapped(state, attribute_or_none(active_handle, names._era_config).get());
+        return unwrapped(state,
+                         [&] { return attribute_or_none(active_handle, names._era_config); });
     }
     if (step == kRuntime && runtime != Py_None) {
-        return unwrapped(state, attribute_or_none(runtime, names.era_config).get());
+        return unwrapped(state, [&] { return attribute_or_none(runtime, names.era_config); });
     }
     return std::nullopt;
 }
 
 Ref candidate_era_configs(const Call& call) {
     const Names& names = call.names();
-    Ref arguments = Ref::steal(PyTuple_Pack(3, call[names.onboarding_config],
-                                            call[names.active_handle], call[names.runtime]));
+    Ref arguments =
+        tuple_of(call[names.onboarding_config], call[names.active_handle], call[names.runtime]);
     return make_generator(call.state(), "_candidate_era_configs", std::move(arguments), candidate,
                           kPlaceCount);
 }
 
 Ref extract_raw_pools(const Call& call) {
-    const Ref era_config = unwrapped(call.state(), call[call.names().era_config]);
+    const Ref era_config =
+        call_global(call.state(), call.names()._unwrap_era_config, call[call.names().era_config]);
     if (era_config.is_none()) {
         return Ref::none();
     }
-    return attr_or_item(call.state(), era_config.get(), call.names().signal_pools);
+    return attr_or_item(call.state(), era_config, call.names().signal_pools);
 }
 
 }  // namespace

@@ -1,19 +1,16 @@
 // The caller's login: the package must be registered or logged in before any analytics call.
-#include "environment/login.h"
-
+#include "environment/helpers.h"
 #include "environment/search_module.h"
-#include "host/containers.h"
-#include "host/statement.h"
+#include "facade/statement.h"
+#include "names/names.h"
 
 namespace search_analytics {
-
-using namespace host;
 
 namespace {
 
 Ref auth_from_onboarding_or_search(const Call& call) {
     ModuleState& state = call.state();
-    const Names& names = state.names;
+    const Names& names = state.names();
     Ref auth = attribute_or_none(call[names.onboarding_mod], names._auth_manager);
     if (!auth.is_none()) {
         return auth;
@@ -23,39 +20,39 @@ Ref auth_from_onboarding_or_search(const Call& call) {
 }
 
 // AuthError(_AUTH_REQUIRED_MESSAGE)
-Ref login_required(const ModuleState& state, PyObject* auth_error) {
-    const Ref message = load_global(state, state.names.auth_required_message);
-    return call(auth_error, message.get());
+Ref login_required(const ModuleState& state, Arg auth_error) {
+    const Ref message = load_global(state, state.names().auth_required_message);
+    return call(auth_error, message);
 }
 
 // The caller's token. A failure to get one means "not logged in", whatever went wrong; it is
 // kept as the cause.
-Ref login_token(const ModuleState& state, PyObject* auth_error, PyObject* auth) {
+Ref login_token(const ModuleState& state, Arg auth_error, Arg auth) {
     try {
-        return call_method(auth, state.names.get_token);
+        return call_method(auth, state.names().get_token);
     } catch (const ErrorSet&) {
         if (!error_is(PyExc_Exception)) {
             throw;
         }
     }
     const Ref failure = take_error();
-    const HandledException handled(failure.get());
-    raise_object_from(login_required(state, auth_error).get(), failure.get());
+    const HandledException handled(failure);
+    raise_object_from(login_required(state, auth_error), failure);
 }
 
 Ref require_registered_or_logged_in(const Call& call) {
     ModuleState& state = call.state();
-    const Names& names = state.names;
+    const Names& names = state.names();
     const Ref auth_error =
         import_statement(state, "from kestrune.auth import AuthError", names.AuthError);
     const Ref auth =
         call_global(state, names._auth_from_onboarding_or_search, call[names.onboarding_mod]);
-    if (auth.is_none() || !optional_attribute(auth.get(), names.get_token)) {
-        raise_object(login_required(state, auth_error.get()).get());
+    if (auth.is_none() || !optional_attribute(auth, names.get_token)) {
+        raise_object(login_required(state, auth_error));
     }
-    const Ref token = login_token(state, auth_error.get(), auth.get());
-    if (!truth(token.get())) {
-        raise_object(login_required(state, auth_error.get()).get());
+    const Ref token = login_token(state, auth_error, auth);
+    if (!truth(token)) {
+        raise_object(login_required(state, auth_error));
     }
     return Ref::none();
 }

@@ -1,17 +1,14 @@
 // The search that is running in this process, if any.
-#include "environment/search_handle.h"
-
+#include "environment/helpers.h"
 #include "environment/search_module.h"
-#include "host/containers.h"
+#include "names/names.h"
 
 namespace search_analytics {
-
-using namespace host;
 
 namespace {
 
 // A stopped search does not count, nor one that has no tracker yet.
-bool is_usable(const Names& names, PyObject* handle) {
+bool is_usable(const Names& names, Arg handle) {
     const auto stopped = optional_attribute(handle, names._stopped);
     if (stopped && truth(stopped->get())) {
         return false;
@@ -29,7 +26,7 @@ Ref active_search_handle(const Call& call) {
     const auto handles = optional_attribute(search_module->get(), names._active_handles);
     const Ref snapshot = handles ? list_of(handles->get()) : new_list();
     Ref found = Ref::none();
-    for_each_until(snapshot.get(), [&](PyObject* handle) {
+    for_each_until(snapshot, [&](PyObject* handle) {
         if (!is_usable(names, handle)) {
             return true;
         }

@@ -1,18 +1,16 @@
 // The package's search module: found where it is loaded, imported where it is not.
 #include "environment/search_module.h"
 
-#include "host/containers.h"
-#include "host/statement.h"
+#include "facade/statement.h"
+#include "names/names.h"
 
 namespace search_analytics {
 
-using namespace host;
-
 std::optional<Ref> find_search_module(ModuleState& state) {
-    const Names& names = state.names;
+    const Names& names = state.names();
     const Ref sys = load_global(state, names._sys);
-    const Ref modules = attribute(sys.get(), names.modules);
-    Ref loaded = call_method(modules.get(), names.get, names.search_templates_module);
+    const Ref modules = attribute(sys, names.modules);
+    Ref loaded = call_method(modules, names.get, names.search_templates_module);
     if (!loaded.is_none()) {
         return loaded;
     }

@@ -3,12 +3,12 @@
 
 #include <optional>
 
-#include "host/function.h"
+#include "facade/function.h"
 
 namespace search_analytics {
 
 // Returns the search module, or nothing where it cannot be imported. A None in the table of
 // loaded modules means not loaded; only ImportError means that there is none.
-std::optional<host::Ref> find_search_module(host::ModuleState& state);
+std::optional<Ref> find_search_module(ModuleState& state);
 
 }  // namespace search_analytics

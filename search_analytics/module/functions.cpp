@@ -1,53 +1,22 @@
 // The engine class, and the module-level functions that stand for its operations.
-#include "module/functions.h"
-
-#include <string>
-
-#include "analytics/catalogue.h"
-#include "analytics/correlation_patterns.h"
-#include "analytics/search_patterns.h"
-#include "analytics/search_stats.h"
-#include "analytics/search_velocity.h"
-#include "analytics/suggestions.h"
-#include "analytics/yield_analysis.h"
-#include "engine/engine.h"
-#include "engine/fetch.h"
-#include "engine/group_key.h"
-#include "engine/statistic.h"
-#include "engine/time_window.h"
-#include "host/containers.h"
-#include "host/statement.h"
+#include "engine/functions.h"
+#include "analytics/questions.h"
+#include "facade/statement.h"
+#include "module/steps.h"
+#include "names/names.h"
 
 namespace search_analytics {
 
-using namespace host;
-
 namespace {
-
-constexpr const FunctionDescription* kFoundations[] = {
-    &kInit,          &kValidateEvalType, &kFetchEvaluations,
-    &kBuildGroupKey, &kGetStat,          &kFilterByTimeWindow,
-};
-
-// Each is a method of the engine and a function of the module.
-constexpr const FunctionDescription* kOperations[] = {
-    &kGetSearchStats,           &kGetSuggestions,
-    &kGetAvailableEras,         &kGetAvailableNamedUniverses,
-    &kGetAvailableAggregations, &kGetSearchPatterns,
-    &kGetSearchVelocity,        &kGetYieldAnalysis,
-    &kGetCorrelationPatterns,
-};
 
 // A module-level function asks the shared engine, with every argument by keyword.
 Ref ask_shared_engine(const Call& call) {
     const Ref engine = call_global(call.state(), call.names()._get_or_init);
-    const Ref name = unicode(call.function_name());
-    return call.forward_to(attribute(engine.get(), name.get()).get());
+    const Ref name = new_str(call.function_name());
+    return call.forward_to(attribute(engine, name));
 }
 
-Ref key_of(const FunctionDescription& description) {
-    return Ref::steal(PyUnicode_InternFromString(std::string(description.name).c_str()));
-}
+Ref key_of(const FunctionDescription& description) { return interned_str(description.name); }
 
 }  // namespace
 
@@ -55,24 +24,24 @@ void bind_engine_class(ModuleState& state) {
     const Ref methods = new_dict();
     const auto add = [&](const FunctionDescription& description) {
         const Ref method = make_method(state, description, "SearchAnalytics");
-        set_item(methods, key_of(description).get(), method.get());
+        set_item(methods, key_of(description), method);
     };
-    for (const FunctionDescription* description : kFoundations) {
+    for (const FunctionDescription* description : kEngineMethods) {
         add(*description);
     }
-    for (const FunctionDescription* description : kOperations) {
+    for (const FunctionDescription* description : kQuestions) {
         add(*description);
     }
     const Ref engine = make_class(state, "SearchAnalytics",
                                   "Analytics engine over search tracking data.", methods);
     state.bound_methods = methods.copy().release();
-    bind_global(state, state.names.SearchAnalytics, engine.get());
+    bind_global(state, state.names().SearchAnalytics, engine);
 }
 
 void bind_operations(ModuleState& state) {
-    for (const FunctionDescription* description : kOperations) {
+    for (const FunctionDescription* description : kQuestions) {
         const Ref function = make_forwarder(state, *description, ask_shared_engine);
-        bind_global(state, key_of(*description).get(), function.get());
+        bind_global(state, key_of(*description), function);
     }
 }
 

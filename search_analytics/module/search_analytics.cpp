@@ -1,26 +1,55 @@
 // The extension module's entry point and slots.
-#include "host/compat.h"
-#include "host/containers.h"
-#include "host/function.h"
-#include "host/generator.h"
-#include "host/shutdown.h"
-#include "host/statement.h"
-#include "module/body.h"
+#include "facade/function.h"
+#include "facade/generator.h"
+#include "facade/shutdown.h"
+#include "module/steps.h"
+#include "names/names.h"
+#include "records/layout.h"
+#include "records/walk_counts.h"
 
 namespace search_analytics {
 
-using namespace host;
-
 namespace {
+
+// All that a module object keeps. What is common comes first, where state_of() finds it.
+struct WholeState {
+    ModuleState common;
+    Names names;
+};
+
+WholeState& whole_state_of(PyObject* module) {
+    return *static_cast<WholeState*>(PyModule_GetState(module));
+}
+
+// How many records were peeked at and how many were asked, since the process began.
+PyObject* report_walks(PyObject*, PyObject*) {
+    return Py_BuildValue("nn", walk_counts.peeked.load(), walk_counts.asked.load());
+}
+
+PyMethodDef walk_report = {"walk_counts", report_walks, METH_NOARGS, nullptr};
+
+// Tests of a build with assertions find the counts on the type of the module's functions.
+void show_walk_counts(const ModuleState& state) {
+    if (kCountsWalks) {
+        const Ref report = Ref::steal(PyCFunction_New(&walk_report, nullptr));
+        set_attribute(state.function_type, interned_str(walk_report.ml_name), report);
+    }
+}
 
 int execute(PyObject* module) {
     return at_boundary(-1, [&] {
-        ModuleState& state = state_of(module);
+        check_layout();
+        WholeState& whole = whole_state_of(module);
+        ModuleState& state = whole.common;
         state.module = module;
-        state.names.create();
+        state.module_dict = Py_NewRef(PyModule_GetDict(module));
+        state.words.create();
+        whole.names.create();
+        state.vocabulary = &whole.names;
         state.statements = new_dict().release();
         create_function_type(state);
         create_generator_type(state);
+        show_walk_counts(state);
         run_body(state);
         watch_for_interpreter_end(state);
         return 0;
@@ -28,6 +57,7 @@ int execute(PyObject* module) {
 }
 
 int traverse(PyObject* module, visitproc visit, void* arg) noexcept {
+    Py_VISIT(state_of(module).module_dict);
     return state_of(module).visit([&](PyObject*& field) {
         Py_VISIT(field);
         return 0;
@@ -44,7 +74,9 @@ int clear(PyObject* module) noexcept {
 void release(void* module) noexcept {
     auto* object = static_cast<PyObject*>(module);
     clear(object);
-    state_of(object).names.destroy();
+    whole_state_of(object).names.destroy();
+    state_of(object).words.destroy();
+    Py_CLEAR(state_of(object).module_dict);
 }
 
 PyModuleDef_Slot slots[] = {
@@ -56,7 +88,7 @@ PyModuleDef definition = {
     PyModuleDef_HEAD_INIT,
     "search_analytics",
     "Search analytics subcomponent \xE2\x80\x94 aggregated statistics, suggestions, patterns.",
-    sizeof(ModuleState),
+    sizeof(WholeState),
     nullptr,
     slots,
     traverse,

@@ -1,11 +1,8 @@
 // The path under which the module shows its source text.
-#include "module/source_alias.h"
-
-#include "host/containers.h"
+#include "module/steps.h"
+#include "names/names.h"
 
 namespace search_analytics {
-
-using namespace host;
 
 namespace {
 
@@ -14,20 +11,20 @@ constexpr const char* kExtensionTag = ".cpython-";
 
 // The source file beside a compiled one, or nothing where the path does not name a compiled file.
 std::optional<Ref> adjacent_source(const Names& names, PyObject* path) {
-    if (contains(path, unicode(kSourceSuffix).get())) {
+    if (contains(path, new_str(kSourceSuffix))) {
         return std::nullopt;
     }
-    const Ref position = call_method(path, names.find, unicode(kExtensionTag).get());
-    if (equal(position.get(), integer(-1).get())) {
+    const Ref position = call_method(path, names.find, new_str(kExtensionTag));
+    if (equal(position, new_int(-1))) {
         return std::nullopt;
     }
-    const Ref stem = first_items(path, position.get());
-    return Ref::steal(PyNumber_Add(stem.get(), unicode(kSourceSuffix).get()));
+    const Ref stem = first_items(path, position);
+    return add(stem, new_str(kSourceSuffix));
 }
 
 Ref alias_source_file(const Call& call) {
     const ModuleState& state = call.state();
-    const Names& names = state.names;
+    const Names& names = state.names();
     const auto resolved = dict_entry(state.globals(), names.dunder_file);
     if (!resolved || !truth(resolved->get())) {
         return Ref::none();
@@ -37,16 +34,16 @@ Ref alias_source_file(const Call& call) {
         return Ref::none();
     }
     const Ref os = load_global(state, names._os);
-    const Ref path = attribute(os.get(), names.path);
-    if (!truth(call_method(path.get(), names.isfile, source->get()).get())) {
+    const Ref path = attribute(os, names.path);
+    if (!truth(call_method(path, names.isfile, source->get()).get())) {
         return Ref::none();
     }
     bind_global(state, names.dunder_file, source->get());
-    const Ref modules = attribute(load_global(state, names._sys).get(), names.modules);
+    const Ref modules = attribute(load_global(state, names._sys), names.modules);
     const Ref name = load_global(state, names.dunder_name);
-    const Ref module = call_method(modules.get(), names.get, name.get());
+    const Ref module = call_method(modules, names.get, name);
     if (!module.is_none()) {
-        set_attribute(module.get(), names.dunder_file, source->get());
+        set_attribute(module, names.dunder_file, source->get());
     }
     return Ref::none();
 }

@@ -1,12 +1,9 @@
 // The words that callers and code share: enumerations, key maps and constants.
-#include "module/vocabulary.h"
-
-#include "host/containers.h"
-#include "host/statement.h"
+#include "facade/statement.h"
+#include "module/steps.h"
+#include "names/names.h"
 
 namespace search_analytics {
-
-using namespace host;
 
 namespace {
 
@@ -42,17 +39,11 @@ constexpr TextMember kEvalPools[] = {
 constexpr TextMember kTimeWindows[] = {
     {"LIFETIME", "lifetime"}, {"ERA", "era"}, {"LAST_WEEK", "last_week"}, {"LAST_24H", "last_24h"}};
 
-Ref interned(std::string_view text) {
-    PyObject* made = unicode(text).release();
-    PyUnicode_InternInPlace(&made);
-    return Ref::steal(made);
-}
-
 Members aggregation_members() {
     Members members;
     for (const Aggregation& aggregation : kAggregations) {
-        members.emplace_back(aggregation.member, tuple_of(interned(aggregation.function_level),
-                                                          interned(aggregation.feature_level)));
+        members.emplace_back(aggregation.member, tuple_of(interned_str(aggregation.function_level),
+                                                          interned_str(aggregation.feature_level)));
     }
     members.emplace_back("NONE", Ref::none());
     return members;
@@ -62,7 +53,7 @@ template <std::size_t N>
 Members text_members(const TextMember (&list)[N]) {
     Members members;
     for (const TextMember& entry : list) {
-        members.emplace_back(entry.member, interned(entry.value));
+        members.emplace_back(entry.member, interned_str(entry.value));
     }
     return members;
 }
@@ -70,7 +61,7 @@ Members text_members(const TextMember (&list)[N]) {
 }  // namespace
 
 void bind_enumerations(const ModuleState& state) {
-    const Names& names = state.names;
+    const Names& names = state.names();
     bind_global(
         state, names.AggregateBy,
         make_enumeration(state, "AggregateBy",
@@ -78,31 +69,28 @@ void bind_enumerations(const ModuleState& state) {
                          "    Each member defines a (function_level, feature_level) pair that "
                          "determines\n    how evaluation functions and features are grouped.\n"
                          "    ",
-                         aggregation_members())
-            .get());
+                         aggregation_members()));
     bind_global(state, names.EvalPool,
                 make_enumeration(state, "EvalPool", "Which evaluations to include.",
-                                 text_members(kEvalPools))
-                    .get());
+                                 text_members(kEvalPools)));
     bind_global(state, names.TimeWindow,
                 make_enumeration(state, "TimeWindow", "Time window for filtering evaluations.",
-                                 text_members(kTimeWindows))
-                    .get());
+                                 text_members(kTimeWindows)));
 }
 
 void bind_key_maps(const ModuleState& state) {
-    const Names& names = state.names;
+    const Names& names = state.names();
     const Ref function_keys = new_dict();
     set_item(function_keys, names.function_family, names.function_family);
     set_item(function_keys, names.function_subfamily, names.function_subfamily);
     set_item(function_keys, names.function, names.function_name);
-    bind_global(state, names.function_key_map, function_keys.get());
+    bind_global(state, names.function_key_map, function_keys);
 
     const Ref feature_keys = new_dict();
     set_item(feature_keys, names.feature_family, names.feature_family);
     set_item(feature_keys, names.feature_subfamily, names.feature_subfamily);
     set_item(feature_keys, names.feature, names.feature_name);
-    bind_global(state, names.feature_key_map, feature_keys.get());
+    bind_global(state, names.feature_key_map, feature_keys);
 }
 
 }  // namespace search_analytics

@@ -1,0 +1,186 @@
+// The functions of the module: how they are called and made. What introspection reads and
+// writes on them is described in function_attributes.cpp.
+#include "facade/function.h"
+
+#include <algorithm>
+#include <string>
+
+#include "facade/function_object.h"
+#include "python/containers.h"
+
+namespace search_analytics {
+
+namespace {
+
+// Counts a call towards the interpreter's recursion limit, as every Python function does.
+class RecursionGuard {
+   public:
+    RecursionGuard() {
+        if (Py_EnterRecursiveCall("") != 0) {
+            throw ErrorSet();
+        }
+    }
+    ~RecursionGuard() {
+        if (!thread_is_ending()) {
+            Py_LeaveRecursiveCall();
+        }
+    }
+    RecursionGuard(const RecursionGuard&) = delete;
+    RecursionGuard& operator=(const RecursionGuard&) = delete;
+};
+
+// The longest parameter list of the module has 18 names.
+constexpr Py_ssize_t kMaximumParameters = 24;
+
+// Lets the interpreter say what is wrong with a call: an ordinary function of the same name and
+// parameters is called with the same arguments, and fails to bind them in its own words.
+[[noreturn]] void raise_binding_error(FunctionObject* function, PyObject* const* arguments,
+                                      std::size_t flagged_count, PyObject* keywords) {
+    const Ref code = function_code(function);
+    const Ref twin =
+        Ref::steal(PyFunction_NewWithQualName(code.get(), function->globals, function->qualname));
+    check(PyFunction_SetDefaults(twin.get(),
+                                 function->defaults == nullptr ? Py_None : function->defaults));
+    Ref::steal(PyObject_Vectorcall(twin.get(), arguments, flagged_count, keywords));
+    raise(PyExc_SystemError, "a call that cannot be bound was bound");
+}
+
+// The position of the parameter that a keyword means, or -1.
+Py_ssize_t parameter_position(PyObject* names, PyObject* keyword) {
+    const Py_ssize_t count = PyTuple_GET_SIZE(names);
+    for (Py_ssize_t i = 0; i < count; ++i) {
+        if (PyTuple_GET_ITEM(names, i) == keyword) {
+            return i;
+        }
+    }
+    for (Py_ssize_t i = 0; i < count; ++i) {
+        if (check_truth(PyObject_RichCompareBool(keyword, PyTuple_GET_ITEM(names, i), Py_EQ))) {
+            return i;
+        }
+    }
+    return -1;
+}
+
+// Puts every argument into its parameter's place. Returns false where the call does not fit.
+bool bind_arguments(PyObject* names, PyObject* defaults, PyObject* const* arguments,
+                    Py_ssize_t positional, PyObject* keywords, PyObject** bound) {
+    const Py_ssize_t count = PyTuple_GET_SIZE(names);
+    if (positional > count) {
+        return false;
+    }
+    std::copy(arguments, arguments + positional, bound);
+    std::fill(bound + positional, bound + count, nullptr);
+    const Py_ssize_t keyword_count = keywords == nullptr ? 0 : PyTuple_GET_SIZE(keywords);
+    for (Py_ssize_t i = 0; i < keyword_count; ++i) {
+        const Py_ssize_t position = parameter_position(names, PyTuple_GET_ITEM(keywords, i));
+        if (position < 0 || bound[position] != nullptr) {
+            return false;
+        }
+        bound[position] = arguments[positional + i];
+    }
+    const Py_ssize_t default_count = defaults == Py_None ? 0 : PyTuple_GET_SIZE(defaults);
+    for (Py_ssize_t i = 0; i < count; ++i) {
+        if (bound[i] == nullptr) {
+            const Py_ssize_t position = i - (count - default_count);
+            if (position < 0) {
+                return false;
+            }
+            bound[i] = PyTuple_GET_ITEM(defaults, position);
+        }
+    }
+    return true;
+}
+
+Ref call_bound(FunctionObject* function, PyObject* const* arguments, std::size_t flagged_count,
+               PyObject* keywords) {
+    const Py_ssize_t positional = PyVectorcall_NARGS(flagged_count);
+    // The call may run code that replaces the defaults or drops the function.
+    const Ref keep = Ref::share(reinterpret_cast<PyObject*>(function));
+    const Ref defaults = Ref::share(function->defaults == nullptr ? Py_None : function->defaults);
+    PyObject* bound[kMaximumParameters];
+    if (!bind_arguments(function->parameter_names, defaults.get(), arguments, positional, keywords,
+                        bound)) {
+        raise_binding_error(function, arguments, flagged_count, keywords);
+    }
+    const Call call(state_of(function->module), function->parameter_names, bound,
+                    function->description->name);
+    const RecursionGuard guard;
+    return function->implementation(call);
+}
+
+PyObject* function_vectorcall(PyObject* callable, PyObject* const* arguments,
+                              std::size_t flagged_count, PyObject* keywords) {
+    return at_boundary<PyObject*>(nullptr, [&] {
+        return call_bound(reinterpret_cast<FunctionObject*>(callable), arguments, flagged_count,
+                          keywords)
+            .release();
+    });
+}
+
+Ref make(ModuleState& state, const FunctionDescription& description, const std::string& qualname,
+         Implementation implementation, bool without_self) {
+    Signature signature = read_signature(state, description, without_self);
+    if (PyTuple_GET_SIZE(signature.names.get()) > kMaximumParameters) {
+        raise(PyExc_SystemError, "a function has too many parameters");
+    }
+    const Ref annotations = new_dict();
+    if (!description.returns.empty()) {
+        const Ref name = Ref::steal(PyUnicode_InternFromString("return"));
+        set_item(annotations, name, new_str(description.returns));
+    }
+    const Ref name = new_str(description.name);
+    const Ref qualified = new_str(qualname);
+    const Ref documentation =
+        description.documentation.empty() ? Ref::none() : new_str(description.documentation);
+    const Ref module_name = load_global(state, state.words.dunder_name);
+
+    auto* type = reinterpret_cast<PyTypeObject*>(state.function_type);
+    Ref made = Ref::steal(type->tp_alloc(type, 0));
+    auto* function = reinterpret_cast<FunctionObject*>(made.get());
+    function->vectorcall = function_vectorcall;
+    function->description = &description;
+    function->implementation = implementation;
+    function->module = Py_NewRef(state.module);
+    function->globals = Py_NewRef(state.globals());
+    function->parameter_names = signature.names.release();
+    function->name = name.copy().release();
+    function->qualname = qualified.copy().release();
+    function->module_name = module_name.copy().release();
+    function->documentation = documentation.copy().release();
+    function->defaults = signature.defaults.release();
+    function->annotations = annotations.copy().release();
+    return made;
+}
+
+}  // namespace
+
+PyObject* Call::operator[](PyObject* name) const {
+    for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(names_); ++i) {
+        if (PyTuple_GET_ITEM(names_, i) == name) {
+            return arguments_[i];
+        }
+    }
+    raise(PyExc_SystemError, format("no parameter is called %R", name));
+}
+
+Ref Call::forward_to(Arg callable) const {
+    return Ref::steal(PyObject_Vectorcall(callable, arguments_, 0, names_));
+}
+
+Ref make_function(ModuleState& state, const FunctionDescription& description) {
+    return make(state, description, std::string(description.name), description.implementation,
+                false);
+}
+
+Ref make_method(ModuleState& state, const FunctionDescription& description,
+                std::string_view class_name) {
+    return make(state, description, std::string(class_name) + "." + std::string(description.name),
+                description.implementation, false);
+}
+
+Ref make_forwarder(ModuleState& state, const FunctionDescription& method,
+                   Ref (*implementation)(const Call& call)) {
+    return make(state, method, std::string(method.name), implementation, true);
+}
+
+}  // namespace search_analytics

@@ -1,0 +1,254 @@
+// The functions of the module: their type, and what introspection reads and writes on them.
+#include <cstddef>
+#include <string>
+
+#include "facade/function_object.h"
+#include "python/compat.h"
+#include "python/containers.h"
+
+namespace search_analytics {
+
+Ref function_code(FunctionObject* function) {
+    if (function->code == nullptr) {
+        Ref code = code_object(state_of(function->module),
+                               std::string(function->description->name).c_str(), function->qualname,
+                               function->parameter_names, function->description->is_generator);
+        function->code = code.release();
+    }
+    return Ref::share(function->code);
+}
+
+namespace {
+
+FunctionObject* as_function(PyObject* object) { return reinterpret_cast<FunctionObject*>(object); }
+
+// A value that may be read, and replaced by an object of one type only.
+struct TypedField {
+    PyObject* FunctionObject::* field;
+    bool (*accepts)(PyObject* value);
+    bool may_be_deleted;
+    const char* refusal;
+};
+
+bool is_text(PyObject* value) { return PyUnicode_Check(value) != 0; }
+bool is_tuple(PyObject* value) { return PyTuple_Check(value) != 0; }
+bool is_dictionary(PyObject* value) { return PyDict_Check(value) != 0; }
+
+constexpr TypedField kName = {&FunctionObject::name, is_text, false,
+                              "__name__ must be set to a string object"};
+constexpr TypedField kQualname = {&FunctionObject::qualname, is_text, false,
+                                  "__qualname__ must be set to a string object"};
+constexpr TypedField kDefaults = {&FunctionObject::defaults, is_tuple, true,
+                                  "__defaults__ must be set to a tuple object"};
+constexpr TypedField kKeywordDefaults = {&FunctionObject::keyword_defaults, is_dictionary, true,
+                                         "__kwdefaults__ must be set to a dict object"};
+constexpr TypedField kAnnotations = {&FunctionObject::annotations, is_dictionary, true,
+                                     "__annotations__ must be set to a dict object"};
+
+PyObject* get_typed(PyObject* self, void* closure) noexcept {
+    const auto* typed = static_cast<const TypedField*>(closure);
+    PyObject* value = as_function(self)->*typed->field;
+    return Py_NewRef(value == nullptr ? Py_None : value);
+}
+
+int set_typed(PyObject* self, PyObject* value, void* closure) noexcept {
+    const auto* typed = static_cast<const TypedField*>(closure);
+    if (value == Py_None && typed->may_be_deleted) {
+        value = nullptr;
+    }
+    if (value == nullptr ? !typed->may_be_deleted : !typed->accepts(value)) {
+        PyErr_SetString(PyExc_TypeError, typed->refusal);
+        return -1;
+    }
+    Py_XSETREF(as_function(self)->*typed->field, Py_XNewRef(value));
+    return 0;
+}
+
+// A function always has annotations: they are made anew when they were deleted.
+PyObject* get_annotations(PyObject* self, void* closure) noexcept {
+    FunctionObject* function = as_function(self);
+    if (function->annotations == nullptr) {
+        function->annotations = PyDict_New();
+        if (function->annotations == nullptr) {
+            return nullptr;
+        }
+    }
+    return get_typed(self, closure);
+}
+
+PyObject* get_module_name(PyObject* self, void*) noexcept {
+    PyObject* value = as_function(self)->module_name;
+    return Py_NewRef(value == nullptr ? Py_None : value);
+}
+
+int set_module_name(PyObject* self, PyObject* value, void*) noexcept {
+    Py_XSETREF(as_function(self)->module_name, Py_XNewRef(value));
+    return 0;
+}
+
+PyObject* get_code(PyObject* self, void*) {
+    return at_boundary<PyObject*>(nullptr,
+                                  [&] { return function_code(as_function(self)).release(); });
+}
+
+// A compiled function has no other code to run: any replacement is refused.
+int set_code(PyObject*, PyObject* value, void*) noexcept {
+    if (value == nullptr || !PyCode_Check(value)) {
+        PyErr_SetString(PyExc_TypeError, "__code__ must be set to a code object");
+    } else {
+        PyErr_SetString(PyExc_AttributeError, "the code of a compiled function is fixed");
+    }
+    return -1;
+}
+
+PyObject* get_closure(PyObject*, void*) noexcept { return Py_NewRef(Py_None); }
+
+int refuse_assignment(PyObject*, PyObject*, void*) noexcept {
+    PyErr_SetString(PyExc_AttributeError, "readonly attribute");
+    return -1;
+}
+
+PyObject* get_builtins(PyObject* self, void*) {
+    return at_boundary<PyObject*>(nullptr, [&] {
+        const ModuleState& state = state_of(as_function(self)->module);
+        auto value = dict_entry(state.globals(), state.words.dunder_builtins);
+        return value ? value->release() : Py_NewRef(PyEval_GetBuiltins());
+    });
+}
+
+// isinstance(f, types.FunctionType) holds, since introspection and mocking go by it.
+PyObject* get_class(PyObject*, void*) noexcept {
+    return Py_NewRef(reinterpret_cast<PyObject*>(&PyFunction_Type));
+}
+
+// Pickled and copied by name, as functions are.
+PyObject* reduce(PyObject* self, PyObject*) noexcept {
+    return Py_NewRef(as_function(self)->qualname);
+}
+
+PyObject* represent(PyObject* self) noexcept {
+    return PyUnicode_FromFormat("<function %U at %p>", as_function(self)->qualname, self);
+}
+
+PyObject* bind(PyObject* self, PyObject* instance, PyObject*) noexcept {
+    if (instance == nullptr || instance == Py_None) {
+        return Py_NewRef(self);
+    }
+    return PyMethod_New(self, instance);
+}
+
+int traverse(PyObject* self, visitproc visit, void* arg) noexcept {
+    const FunctionObject* function = as_function(self);
+    Py_VISIT(Py_TYPE(self));
+    for (PyObject* field :
+         {function->module, function->globals, function->name, function->qualname,
+          function->module_name, function->documentation, function->defaults,
+          function->keyword_defaults, function->annotations, function->code, function->dict}) {
+        Py_VISIT(field);
+    }
+    return 0;
+}
+
+// Breaks the cycles through what Python code put here. The module and its namespace break their
+// own, so that a function which outlives a collection can still be called.
+int clear(PyObject* self) noexcept {
+    FunctionObject* function = as_function(self);
+    Py_CLEAR(function->module_name);
+    Py_CLEAR(function->documentation);
+    Py_CLEAR(function->defaults);
+    Py_CLEAR(function->keyword_defaults);
+    Py_CLEAR(function->annotations);
+    Py_CLEAR(function->dict);
+    return 0;
+}
+
+void deallocate(PyObject* self) noexcept {
+    FunctionObject* function = as_function(self);
+    const Ref type = Ref::adopt(reinterpret_cast<PyObject*>(Py_TYPE(self)));
+    PyObject_GC_UnTrack(self);
+    if (function->weak_references != nullptr) {
+        PyObject_ClearWeakRefs(self);
+    }
+    clear(self);
+    Py_CLEAR(function->name);
+    Py_CLEAR(function->qualname);
+    Py_CLEAR(function->code);
+    Py_CLEAR(function->parameter_names);
+    Py_CLEAR(function->globals);
+    Py_CLEAR(function->module);
+    Py_TYPE(self)->tp_free(self);
+}
+
+constexpr void* closure_of(const TypedField& typed) noexcept {
+    return const_cast<TypedField*>(&typed);
+}
+
+PyGetSetDef module_name_attribute = {"__module__", get_module_name, set_module_name, nullptr,
+                                     nullptr};
+
+PyGetSetDef attributes[] = {
+    {"__name__", get_typed, set_typed, nullptr, closure_of(kName)},
+    {"__qualname__", get_typed, set_typed, nullptr, closure_of(kQualname)},
+    {"__defaults__", get_typed, set_typed, nullptr, closure_of(kDefaults)},
+    {"__kwdefaults__", get_typed, set_typed, nullptr, closure_of(kKeywordDefaults)},
+    {"__annotations__", get_annotations, set_typed, nullptr, closure_of(kAnnotations)},
+    {"__code__", get_code, set_code, nullptr, nullptr},
+    {"__closure__", get_closure, refuse_assignment, nullptr, nullptr},
+    {"__builtins__", get_builtins, refuse_assignment, nullptr, nullptr},
+    {"__class__", get_class, nullptr, nullptr, nullptr},
+    {"__dict__", PyObject_GenericGetDict, PyObject_GenericSetDict, nullptr, nullptr},
+    {nullptr, nullptr, nullptr, nullptr, nullptr},
+};
+
+PyMemberDef members[] = {
+    {"__doc__", Py_T_OBJECT, offsetof(FunctionObject, documentation), 0, nullptr},
+    {"__globals__", Py_T_OBJECT, offsetof(FunctionObject, globals), Py_READONLY, nullptr},
+    {"__vectorcalloffset__", Py_T_PYSSIZET, offsetof(FunctionObject, vectorcall), Py_READONLY,
+     nullptr},
+    {"__dictoffset__", Py_T_PYSSIZET, offsetof(FunctionObject, dict), Py_READONLY, nullptr},
+    {"__weaklistoffset__", Py_T_PYSSIZET, offsetof(FunctionObject, weak_references), Py_READONLY,
+     nullptr},
+    {nullptr, 0, 0, 0, nullptr},
+};
+
+PyMethodDef methods[] = {
+    {"__reduce__", reduce, METH_NOARGS, nullptr},
+    {nullptr, nullptr, 0, nullptr},
+};
+
+PyType_Slot slots[] = {
+    {Py_tp_dealloc, reinterpret_cast<void*>(deallocate)},
+    {Py_tp_traverse, reinterpret_cast<void*>(traverse)},
+    {Py_tp_clear, reinterpret_cast<void*>(clear)},
+    {Py_tp_repr, reinterpret_cast<void*>(represent)},
+    {Py_tp_call, reinterpret_cast<void*>(PyVectorcall_Call)},
+    {Py_tp_descr_get, reinterpret_cast<void*>(bind)},
+    {Py_tp_getset, attributes},
+    {Py_tp_members, members},
+    {Py_tp_methods, methods},
+    {0, nullptr},
+};
+
+PyType_Spec spec = {
+    "kestrune.search_analytics.function",
+    sizeof(FunctionObject),
+    0,
+    Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC | Py_TPFLAGS_HAVE_VECTORCALL |
+        Py_TPFLAGS_METHOD_DESCRIPTOR | Py_TPFLAGS_DISALLOW_INSTANTIATION,
+    slots,
+};
+
+}  // namespace
+
+void create_function_type(ModuleState& state) {
+    Ref type = Ref::steal(PyType_FromModuleAndSpec(state.module, &spec, nullptr));
+    // The name of the type's own module hides a `__module__` among the attributes above.
+    const Ref module_name = Ref::steal(
+        PyDescr_NewGetSet(reinterpret_cast<PyTypeObject*>(type.get()), &module_name_attribute));
+    set_attribute(type, state.words.dunder_module, module_name);
+    // Errors speak of a 'function' object.
+    set_attribute(type, state.words.dunder_name, state.words.function);
+    state.function_type = type.release();
+}
+
+}  // namespace search_analytics

@@ -1,0 +1,35 @@
+// The layout of a function object, for the two files that implement it.
+#pragma once
+
+#include "facade/function.h"
+
+namespace search_analytics {
+
+using Implementation = Ref (*)(const Call& call);
+
+struct FunctionObject {
+    PyObject ob_base;
+    vectorcallfunc vectorcall;
+    const FunctionDescription* description;
+    Implementation implementation;
+    // Kept until the function is gone, so that it can be called as long as it exists.
+    PyObject* module;
+    PyObject* globals;
+    PyObject* parameter_names;
+    // What Python code sees, and may replace. A deleted value is null or None.
+    PyObject* name;
+    PyObject* qualname;
+    PyObject* module_name;
+    PyObject* documentation;
+    PyObject* defaults;
+    PyObject* keyword_defaults;
+    PyObject* annotations;
+    PyObject* code;
+    PyObject* dict;
+    PyObject* weak_references;
+};
+
+// The function's code object, made when it is first asked for.
+Ref function_code(FunctionObject* function);
+
+}  // namespace search_analytics

@@ -1,0 +1,229 @@
+// A lazy generator as Python code sees one.
+#include "facade/generator.h"
+
+#include <cstddef>
+
+#include "python/compat.h"
+#include "python/containers.h"
+
+namespace search_analytics {
+
+namespace {
+
+struct GeneratorObject {
+    PyObject ob_base;
+    PyObject* module;
+    PyObject* arguments;
+    GeneratorStep step;
+    const char* name;
+    int count;
+    int next;      // the step to run next
+    bool started;  // a value was asked for
+    bool running;  // a step is being worked out
+    PyObject* weak_references;
+};
+
+GeneratorObject* as_generator(PyObject* object) {
+    return reinterpret_cast<GeneratorObject*>(object);
+}
+
+void finish(GeneratorObject* generator) { generator->next = generator->count; }
+
+void require_idle(const GeneratorObject* generator) {
+    if (generator->running) {
+        raise(PyExc_ValueError, "generator already executing");
+    }
+}
+
+// Runs steps until one yields. An error ends the generator.
+std::optional<Ref> advance(GeneratorObject* generator) {
+    require_idle(generator);
+    const Ref keep = Ref::share(reinterpret_cast<PyObject*>(generator));
+    const Ref arguments = Ref::share(generator->arguments);
+    generator->started = true;
+    generator->running = true;
+    try {
+        std::optional<Ref> value;
+        while (!value && generator->next < generator->count) {
+            value =
+                generator->step(state_of(generator->module), arguments.get(), generator->next++);
+        }
+        generator->running = false;
+        return value;
+    } catch (...) {
+        generator->running = false;
+        finish(generator);
+        throw;
+    }
+}
+
+PyObject* iterate(PyObject* self) {
+    return at_boundary<PyObject*>(nullptr, [&]() -> PyObject* {
+        auto value = as_generator_body([&] { return advance(as_generator(self)); });
+        return value ? value->release() : nullptr;
+    });
+}
+
+PyObject* send(PyObject* self, PyObject* value) {
+    GeneratorObject* generator = as_generator(self);
+    if (!generator->started && !generator->running && value != Py_None) {
+        PyErr_SetString(PyExc_TypeError, "can't send non-None value to a just-started generator");
+        return nullptr;
+    }
+    PyObject* result = iterate(self);
+    if (result == nullptr && PyErr_Occurred() == nullptr) {
+        PyErr_SetNone(PyExc_StopIteration);
+    }
+    return result;
+}
+
+// The exception object that throw(type, value, traceback) asks for.
+Ref thrown_exception(PyObject* type, PyObject* value, PyObject* traceback) {
+    Ref exception;
+    if (PyExceptionClass_Check(type)) {
+        if (value != nullptr && PyExceptionInstance_Check(value)) {
+            exception = Ref::share(value);
+        } else if (value == nullptr || value == Py_None) {
+            exception = call(type);
+        } else if (PyTuple_Check(value)) {
+            exception = Ref::steal(PyObject_CallObject(type, value));
+        } else {
+            exception = call(type, value);
+        }
+    } else if (PyExceptionInstance_Check(type)) {
+        if (value != nullptr && value != Py_None) {
+            raise(PyExc_TypeError, "instance exception may not have a separate value");
+        }
+        exception = Ref::share(type);
+    } else {
+        raise(PyExc_TypeError,
+              format("exceptions must be classes or instances deriving from BaseException, not %s",
+                     Py_TYPE(type)->tp_name));
+    }
+    if (traceback != nullptr && traceback != Py_None) {
+        if (!PyTraceBack_Check(traceback)) {
+            raise(PyExc_TypeError, "throw() third argument must be a traceback object");
+        }
+        check(PyException_SetTraceback(exception.get(), traceback));
+    }
+    return exception;
+}
+
+// No step catches anything: the exception ends the generator and comes straight back.
+PyObject* throw_into(PyObject* self, PyObject* arguments) {
+    return at_boundary<PyObject*>(nullptr, [&]() -> PyObject* {
+        PyObject* type = nullptr;
+        PyObject* value = nullptr;
+        PyObject* traceback = nullptr;
+        if (PyArg_UnpackTuple(arguments, "throw", 1, 3, &type, &value, &traceback) == 0) {
+            throw ErrorSet();
+        }
+        GeneratorObject* generator = as_generator(self);
+        const Ref exception = thrown_exception(type, value, traceback);
+        require_idle(generator);
+        const bool was_suspended = generator->next < generator->count;
+        finish(generator);
+        if (was_suspended) {
+            as_generator_body([&] { raise_object(exception); });
+        }
+        raise_object(exception);
+    });
+}
+
+PyObject* close(PyObject* self, PyObject*) {
+    return at_boundary<PyObject*>(nullptr, [&] {
+        require_idle(as_generator(self));
+        finish(as_generator(self));
+        return Ref::none().release();
+    });
+}
+
+PyObject* represent(PyObject* self) noexcept {
+    return PyUnicode_FromFormat("<generator object %s at %p>", as_generator(self)->name, self);
+}
+
+int traverse(PyObject* self, visitproc visit, void* arg) noexcept {
+    Py_VISIT(Py_TYPE(self));
+    Py_VISIT(as_generator(self)->module);
+    Py_VISIT(as_generator(self)->arguments);
+    return 0;
+}
+
+void deallocate(PyObject* self) noexcept {
+    const Ref type = Ref::adopt(reinterpret_cast<PyObject*>(Py_TYPE(self)));
+    PyObject_GC_UnTrack(self);
+    if (as_generator(self)->weak_references != nullptr) {
+        PyObject_ClearWeakRefs(self);
+    }
+    Py_CLEAR(as_generator(self)->arguments);
+    Py_CLEAR(as_generator(self)->module);
+    Py_TYPE(self)->tp_free(self);
+}
+
+PyObject* get_name(PyObject* self, void*) noexcept {
+    return PyUnicode_FromString(as_generator(self)->name);
+}
+
+PyGetSetDef attributes[] = {
+    {"__name__", get_name, nullptr, nullptr, nullptr},
+    {"__qualname__", get_name, nullptr, nullptr, nullptr},
+    {nullptr, nullptr, nullptr, nullptr, nullptr},
+};
+
+PyMemberDef members[] = {
+    {"__weaklistoffset__", Py_T_PYSSIZET, offsetof(GeneratorObject, weak_references), Py_READONLY,
+     nullptr},
+    {nullptr, 0, 0, 0, nullptr},
+};
+
+PyMethodDef methods[] = {
+    {"send", send, METH_O, "send(value) -> next yielded value"},
+    {"throw", throw_into, METH_VARARGS,
+     "throw(type[, value[, traceback]]) -> raise in the generator"},
+    {"close", close, METH_NOARGS, "close() -> end the generator"},
+    {nullptr, nullptr, 0, nullptr},
+};
+
+PyType_Slot slots[] = {
+    {Py_tp_dealloc, reinterpret_cast<void*>(deallocate)},
+    {Py_tp_traverse, reinterpret_cast<void*>(traverse)},
+    {Py_tp_repr, reinterpret_cast<void*>(represent)},
+    {Py_tp_iter, reinterpret_cast<void*>(PyObject_SelfIter)},
+    {Py_tp_iternext, reinterpret_cast<void*>(iterate)},
+    {Py_tp_methods, methods},
+    {Py_tp_getset, attributes},
+    {Py_tp_members, members},
+    {0, nullptr},
+};
+
+PyType_Spec spec = {
+    "kestrune.search_analytics.generator",
+    sizeof(GeneratorObject),
+    0,
+    Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC | Py_TPFLAGS_DISALLOW_INSTANTIATION,
+    slots,
+};
+
+}  // namespace
+
+void create_generator_type(ModuleState& state) {
+    Ref type = Ref::steal(PyType_FromModuleAndSpec(state.module, &spec, nullptr));
+    // Errors speak of a 'generator' object.
+    set_attribute(type, state.words.dunder_name, new_str("generator"));
+    state.generator_type = type.release();
+}
+
+Ref make_generator(ModuleState& state, const char* name, Ref arguments, GeneratorStep step,
+                   int count) {
+    auto* type = reinterpret_cast<PyTypeObject*>(state.generator_type);
+    Ref made = Ref::steal(type->tp_alloc(type, 0));
+    GeneratorObject* generator = as_generator(made.get());
+    generator->module = Py_NewRef(state.module);
+    generator->arguments = arguments.release();
+    generator->step = step;
+    generator->name = name;
+    generator->count = count;
+    return made;
+}
+
+}  // namespace search_analytics

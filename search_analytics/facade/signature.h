@@ -1,0 +1,45 @@
+// The description of a function, and the binding of a call's arguments to its parameters.
+#pragma once
+
+#include <array>
+#include <string_view>
+
+#include "facade/module_state.h"
+#include "python/python.h"
+#include "python/ref.h"
+
+namespace search_analytics {
+
+class Call;
+
+// A function as its table beside the implementation describes it.
+struct FunctionDescription {
+    std::string_view name;
+    std::string_view documentation;
+    // The parameters as a `def` statement would list them, in up to five pieces so that shared
+    // stretches are written once. A default is None, True, False, a decimal integer, or a dotted
+    // name that is looked up in the module when the function is made.
+    std::array<std::string_view, 5> parameters;
+    // The return annotation, or nothing.
+    std::string_view returns;
+    Ref (*implementation)(const Call& call);
+    bool is_generator = false;
+};
+
+// The parameters of a description: their names and the default values of the last of them.
+struct Signature {
+    Ref names;     // tuple of interned str
+    Ref defaults;  // tuple, or None where no parameter has a default
+};
+
+// Reads the parameters of `description`, leaving out a leading `self` if told so. Defaults that
+// are names are taken from the module's namespace now.
+Signature read_signature(const ModuleState& state, const FunctionDescription& description,
+                         bool without_self);
+
+// A code object that tells introspection of such a function: name, parameters, flags. Running it
+// does nothing of use; calls never do.
+Ref code_object(const ModuleState& state, const char* name, PyObject* qualname,
+                PyObject* parameter_names, bool is_generator);
+
+}  // namespace search_analytics

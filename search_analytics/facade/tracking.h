@@ -1,0 +1,46 @@
+// Large results and the garbage collector.
+#pragma once
+
+#include <vector>
+
+#include "python/ref.h"
+
+namespace search_analytics {
+
+// Keeps the containers of a result out of the collector's sight until the result is complete.
+// The collector runs again and again while objects are made, and each time walks those made
+// before, which cannot be garbage yet; over thousands of rows that costs more than the rows.
+class DeferredTracking {
+   public:
+    DeferredTracking() = default;
+    DeferredTracking(const DeferredTracking&) = delete;
+    DeferredTracking& operator=(const DeferredTracking&) = delete;
+    ~DeferredTracking() {
+        if (!thread_is_ending()) {
+            finish();
+        }
+    }
+
+    // Takes a fresh container out of sight.
+    void defer(PyObject* container) {
+        if (PyObject_GC_IsTracked(container) != 0) {
+            PyObject_GC_UnTrack(container);
+            deferred_.push_back(Ref::share(container));
+        }
+    }
+
+    // Shows all of them to the collector, as if they had just been made.
+    void finish() {
+        for (const Ref& container : deferred_) {
+            if (PyObject_GC_IsTracked(container.get()) == 0) {
+                PyObject_GC_Track(container.get());
+            }
+        }
+        deferred_.clear();
+    }
+
+   private:
+    std::vector<Ref> deferred_;
+};
+
+}  // namespace search_analytics

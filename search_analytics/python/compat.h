@@ -1,0 +1,102 @@
+// Differences between the CPython versions that we build for, under one name each.
+#pragma once
+
+#include <cassert>
+#include <cstdint>
+
+#include "python/python.h"
+
+#if PY_VERSION_HEX < 0x030C0000
+#include <structmember.h>
+#define Py_T_OBJECT_EX T_OBJECT_EX
+#define Py_T_OBJECT T_OBJECT
+#define Py_T_PYSSIZET T_PYSSIZET
+#define Py_READONLY READONLY
+#else
+#define Py_T_OBJECT 6
+#endif
+
+// Declares what a module may say of itself from a given version on; nothing before it.
+#if PY_VERSION_HEX >= 0x030C0000
+#define SEARCH_ANALYTICS_INTERPRETER_SLOTS \
+    {Py_mod_multiple_interpreters, Py_MOD_PER_INTERPRETER_GIL_SUPPORTED},
+#else
+#define SEARCH_ANALYTICS_INTERPRETER_SLOTS
+#endif
+
+namespace search_analytics::compat {
+
+// The version of a class, which is another one after each change of it; 0 where none is known.
+inline unsigned int class_version(const PyTypeObject* type) {
+#if PY_VERSION_HEX < 0x030D0000
+    if ((type->tp_flags & Py_TPFLAGS_VALID_VERSION_TAG) == 0) {
+        return 0;
+    }
+#endif
+    return type->tp_version_tag;
+}
+
+// The version of a dictionary, which is another one after each change of it; 0 where the
+// interpreter keeps none.
+inline std::uint64_t dict_version([[maybe_unused]] PyObject* dict) {
+#if PY_VERSION_HEX < 0x030E0000
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    return reinterpret_cast<PyDictObject*>(dict)->ma_version_tag;
+#pragma GCC diagnostic pop
+#else
+    return 0;
+#endif
+}
+
+// Whether a string can be read in place: only versions that are gone know strings that cannot.
+inline bool is_ready_text([[maybe_unused]] PyObject* text) {
+#if PY_VERSION_HEX < 0x030C0000
+    return PyUnicode_IS_READY(text) != 0;
+#else
+    return true;
+#endif
+}
+
+// Looks `name` up on `object`. Returns 1 and a new reference, 0 and null when there is no such
+// attribute, or -1 with the error set; a missing attribute builds no exception.
+inline int get_optional_attribute(PyObject* object, PyObject* name, PyObject** result) {
+#if PY_VERSION_HEX >= 0x030D0000
+    return PyObject_GetOptionalAttr(object, name, result);
+#else
+    return _PyObject_LookupAttr(object, name, result);
+#endif
+}
+
+// Takes the raised exception out of the error indicator, as one normalised object that carries
+// its traceback. REQUIRES: the error indicator is set.
+inline PyObject* take_raised_exception() {
+    assert(PyErr_Occurred() != nullptr);
+#if PY_VERSION_HEX >= 0x030C0000
+    return PyErr_GetRaisedException();
+#else
+    PyObject* type = nullptr;
+    PyObject* value = nullptr;
+    PyObject* traceback = nullptr;
+    PyErr_Fetch(&type, &value, &traceback);
+    PyErr_NormalizeException(&type, &value, &traceback);
+    if (traceback != nullptr) {
+        PyException_SetTraceback(value, traceback);
+    }
+    Py_XDECREF(type);
+    Py_XDECREF(traceback);
+    return value;
+#endif
+}
+
+// Puts `exception` (a new reference, which is taken over) back into the error indicator.
+inline void restore_raised_exception(PyObject* exception) {
+#if PY_VERSION_HEX >= 0x030C0000
+    PyErr_SetRaisedException(exception);
+#else
+    PyErr_Restore(Py_NewRef(reinterpret_cast<PyObject*>(Py_TYPE(exception))), exception,
+                  PyException_GetTraceback(exception));
+#endif
+}
+
+}  // namespace search_analytics::compat

@@ -1,0 +1,80 @@
+// Errors: how the interpreter's error indicator and C++ exceptions meet.
+#include "python/error.h"
+
+#include "python/compat.h"
+#include "python/ref.h"
+
+namespace search_analytics {
+
+void raise(PyObject* type, const char* text) {
+    PyErr_SetString(type, text);
+    throw ErrorSet();
+}
+
+void raise(PyObject* type, const Ref& text) {
+    PyErr_SetObject(type, text.get());
+    throw ErrorSet();
+}
+
+void raise_object(Arg exception) {
+    Ref instance = exception.share();
+    if (PyExceptionClass_Check(exception.get())) {
+        instance = Ref::steal(PyObject_CallNoArgs(exception));
+    }
+    if (!PyExceptionInstance_Check(instance.get())) {
+        raise(PyExc_TypeError, "exceptions must derive from BaseException");
+    }
+    PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(instance.get())), instance.get());
+    throw ErrorSet();
+}
+
+void raise_object_from(Arg exception, Arg cause) {
+    Ref instance = exception.share();
+    if (PyExceptionClass_Check(exception.get())) {
+        instance = Ref::steal(PyObject_CallNoArgs(exception));
+    }
+    if (PyExceptionInstance_Check(instance.get())) {
+        PyException_SetCause(instance.get(), Py_NewRef(cause));
+    }
+    raise_object(instance.get());
+}
+
+bool error_is(PyObject* type) { return PyErr_ExceptionMatches(type) != 0; }
+
+void forget_error() { PyErr_Clear(); }
+
+Ref take_error() { return Ref::steal(compat::take_raised_exception()); }
+
+SetAside::SetAside()
+    : error_(PyErr_Occurred() != nullptr ? compat::take_raised_exception() : nullptr) {}
+
+SetAside::~SetAside() {
+    if (error_ != nullptr && !thread_is_ending()) {
+        compat::restore_raised_exception(error_);
+    }
+}
+
+HandledException::HandledException(Arg exception) noexcept {
+    PyErr_GetExcInfo(&type_, &value_, &traceback_);
+    PyErr_SetExcInfo(Py_NewRef(reinterpret_cast<PyObject*>(Py_TYPE(exception.get()))),
+                     Py_NewRef(exception.get()), PyException_GetTraceback(exception));
+}
+
+HandledException::~HandledException() {
+    if (!thread_is_ending()) {
+        PyErr_SetExcInfo(type_, value_, traceback_);
+    }
+}
+
+void rethrow_from_generator() {
+    if (!error_is(PyExc_StopIteration)) {
+        throw ErrorSet();
+    }
+    const Ref stop = take_error();
+    const Ref error = Ref::steal(
+        PyObject_CallFunction(PyExc_RuntimeError, "s", "generator raised StopIteration"));
+    const HandledException handled(stop);
+    raise_object_from(error, stop);
+}
+
+}  // namespace search_analytics

@@ -1,0 +1,194 @@
+// Walking a long list of evaluations, each read in one of two ways.
+//
+// A field owns both ways of reading one thing of a record. It can be peeked at: borrowed, without
+// running any code, where its place is known and its value is of an exact type; or asked for, as
+// Python does it, whatever that runs. A question is one generic lambda over fields, which is
+// compiled for both: it is given a Peeked record when every field could be peeked at, else an Asked
+// one, and hands it to its fields in the order in which Python reads them.
+#pragma once
+
+#include <concepts>
+#include <tuple>
+#include <type_traits>
+
+#include "python/iteration.h"
+#include "records/read_ahead.h"
+#include "records/walk_counts.h"
+
+namespace search_analytics {
+
+// A record all of whose fields have been peeked at. Borrowed: it may be gone once code runs.
+struct Peeked {
+    PyObject* record;
+};
+
+// A record to be asked. Owned by the walk meanwhile.
+struct Asked {
+    PyObject* record;
+};
+
+// What a walk knows of its fields as a whole: the shape for which all of them know their places, so
+// that the class of a record is compared once and not for each attribute.
+template <typename... Fields>
+class FieldsOfWalk {
+   public:
+    explicit FieldsOfWalk(Fields&... fields) : fields_(fields...) {}
+
+    ReadAhead read_ahead() const {
+        ReadAhead ahead;
+        std::apply([&](auto&... field) { (field.read_ahead(ahead), ...); }, fields_);
+        return ahead;
+    }
+
+    // Whether the fields may peek at the record at once: it has their shape, and no code has run
+    // since they were told so.
+    bool is_ready_for(PyObject* record) const { return !is_stale_ && shape_.fits(record); }
+
+    // Makes the fields ready for the record, if it has their shape. May run code.
+    bool make_ready_for(PyObject* record) {
+        if (!shape_.fits(record)) {
+            return false;
+        }
+        std::apply([](auto&... field) { (refresh(field), ...); }, fields_);
+        is_stale_ = false;
+        return shape_.fits(record);
+    }
+
+    // To be called when code has run: it may have changed whatever the fields know but shapes.
+    void note_code() { is_stale_ = true; }
+
+    // Lets every field peek at the record; false where one of them cannot. REQUIRES: the record has
+    // the fields' shape.
+    bool peek(PyObject* record) {
+        assert(shape_.fits(record));
+        View view = {record, nullptr};
+        if (shape_.has_array()) {
+            view.values = instance_values(record);
+            if (view.values == nullptr) [[unlikely]] {
+                return false;
+            }
+        }
+        return std::apply([&](auto&... field) { return (field.peek(view) && ...); }, fields_);
+    }
+
+    // Takes over the shape of a record that nobody has asked, where asking would run no code.
+    void learn_by_peeking(PyObject* record) {
+        std::apply([&](auto&... field) { (field.learn_by_peeking(record), ...); }, fields_);
+        learn_from(record);
+        is_stale_ = false;
+    }
+
+    // Takes over the shape of a record that was asked, if now all fields know their places in it.
+    // If not, there is no such shape any more: a field remembers one.
+    void learn_from(PyObject* record) {
+        const Shape shape(record);
+        const bool is_known =
+            std::apply([&](auto&... field) { return (field.knows(shape) && ...); }, fields_);
+        shape_ = is_known ? shape : Shape();
+    }
+
+   private:
+    template <typename Field>
+    static void refresh(Field& field) {
+        if constexpr (requires { field.refresh(); }) {
+            field.refresh();
+        }
+    }
+
+    std::tuple<Fields&...> fields_;
+    Shape shape_;
+    bool is_stale_ = true;
+};
+
+// for ev in evals: count(ev). A record is peeked at where `may_peek` allows it and every field can;
+// `count` must read what it wants of a Peeked record before it runs any code, and returns true
+// where it may have run some (by making a container, say, which may start the collector); one that
+// never does returns nothing. One that takes Asked records only has each of them asked. Follows a
+// list that changes under it as the `for` statement does.
+template <std::predicate MayPeek, typename Count, typename... Fields>
+void for_each_evaluation(Arg evals, MayPeek&& may_peek, Count&& count, Fields&... fields) {
+    FieldsOfWalk<Fields...> known(fields...);
+    const auto has_peeked = [&]([[maybe_unused]] PyObject* record) {
+        if constexpr (std::is_invocable_v<Count&, Peeked>) {
+            if (may_peek() && known.peek(record)) {
+                walk_counts.add_peeked();
+                if constexpr (std::is_same_v<std::invoke_result_t<Count&, Peeked>, bool>) {
+                    if (count(Peeked{record})) {
+                        known.note_code();
+                    }
+                } else {
+                    count(Peeked{record});
+                }
+                return true;
+            }
+        }
+        return false;
+    };
+    const auto ask = [&](PyObject* record) {
+        walk_counts.add_asked();
+        count(Asked{record});
+        known.learn_from(record);
+        known.note_code();
+    };
+    const auto visit_after_code = [&](PyObject* record) {
+        if (!known.make_ready_for(record) || !has_peeked(record)) {
+            ask(record);
+        }
+    };
+    if (!is_exact_list(evals)) {
+        for_each(evals, [&](PyObject* record) {
+            known.note_code();
+            visit_after_code(record);
+        });
+        return;
+    }
+    const Ref list = evals.share();
+    const ReadAhead ahead = known.read_ahead();
+    for (Py_ssize_t i = 0; i < list_size(list); ++i) {
+        ahead.prefetch_from(list.get(), i);
+        PyObject* record = items_in_place(list.get())[i];
+        if (!known.is_ready_for(record)) {
+            visit_after_code(Ref::share(record).get());
+        } else if (!has_peeked(record)) {
+            ask(Ref::share(record).get());
+        }
+        if (look_for_signals(i + 1)) {
+            known.note_code();
+        }
+    }
+}
+
+// The same where nothing but the fields decides whether they are peeked at.
+template <typename Count, typename... Fields>
+void for_each_evaluation(Arg evals, Count&& count, Fields&... fields) {
+    for_each_evaluation(evals, [] { return true; }, count, fields...);
+}
+
+// for ev in evals: count(ev) -- without ever asking one, so that nothing can tell in which order
+// records are read. Only the first field is peeked at for each; `count` peeks at the others where
+// it needs them, and returns false where it cannot. Returns false where a record would have to be
+// asked. REQUIRES: `evals` is an exact list.
+template <typename Count, typename First, typename... Others>
+bool peek_each_evaluation(Arg evals, Count&& count, First& first, Others&... others) {
+    assert(is_exact_list(evals));
+    const Ref list = evals.share();
+    if (list_size(list) == 0) {
+        return true;
+    }
+    FieldsOfWalk<First> known(first);
+    known.learn_by_peeking(list_item(list, 0).get());
+    (others.learn_by_peeking(list_item(list, 0).get()), ...);
+    const ReadAhead ahead = known.read_ahead();
+    for (Py_ssize_t i = 0; i < list_size(list); ++i) {
+        ahead.prefetch_from(list.get(), i);
+        PyObject* record = items_in_place(list.get())[i];
+        if (!known.is_ready_for(record) || !known.peek(record) || !count(Peeked{record})) {
+            return false;
+        }
+        walk_counts.add_peeked();
+        look_for_signals(i + 1);
+    }
+    return true;
+}
+
+}  // namespace search_analytics
