@@ -12,7 +12,8 @@ from typing import List, Optional, Tuple, FrozenSet
 # This file is the oracle of the differential tests: the module written as plain Python, one
 # namespace, nothing clever. The compiled module must give the same answers to the last bit, so
 # helpers are called through module globals and methods through `self`, as any caller may patch.
-# Names are bound in the order in which the compiled module binds them.
+# Names are bound in the order in which the compiled module binds them. What counts as a dict, a
+# string or a number is decided by the type: `isinstance` would believe a proxy's `__class__`, too.
 #
 # ruff: noqa: B023, C420, I001, SIM300, SIM401, UP006, UP024, UP035, UP045
 
@@ -270,7 +271,7 @@ _AUTH_REQUIRED_MESSAGE = "No wallet initialized. Call register() or login() firs
 
 
 def _get_attr_or_item(value, key, default=None):
-    if isinstance(value, dict):
+    if issubclass(type(value), dict):
         return value.get(key, default)
     return getattr(value, key, default)
 
@@ -278,7 +279,7 @@ def _get_attr_or_item(value, key, default=None):
 def _unwrap_era_config(value):
     if value is None:
         return None
-    if isinstance(value, dict) and isinstance(value.get("era_config"), dict):
+    if issubclass(type(value), dict) and issubclass(type(value.get("era_config")), dict):
         return value["era_config"]
     to_dict = getattr(value, "to_dict", None)
     if callable(to_dict):
@@ -288,9 +289,9 @@ def _unwrap_era_config(value):
 
 def _candidate_era_configs(onboarding_config, active_handle=None, runtime=None):
     for key in ("era_config", "current_era_config", "synced_era_config", "era"):
-        if isinstance(onboarding_config, dict) and key in onboarding_config:
+        if issubclass(type(onboarding_config), dict) and key in onboarding_config:
             yield _unwrap_era_config(onboarding_config.get(key))
-    if isinstance(onboarding_config, dict):
+    if issubclass(type(onboarding_config), dict):
         yield _unwrap_era_config(onboarding_config)
     if active_handle is not None:
         yield _unwrap_era_config(getattr(active_handle, "_era_config", None))
@@ -324,17 +325,17 @@ def _extract_raw_pools(era_config):
 
 
 def _normalize_pool_config(pool, index):
-    if not isinstance(pool, dict) and not hasattr(pool, "is_correlation_threshold"):
+    if not issubclass(type(pool), dict) and not hasattr(pool, "is_correlation_threshold"):
         raise ValueError("era pool configs must expose name and is_correlation_threshold.")
     name = _get_attr_or_item(pool, "name", None)
-    if not isinstance(name, str) or not name:
+    if not issubclass(type(name), str) or not name:
         raise ValueError("era config signal_pools[" + str(index) + "] must expose non-empty name.")
     threshold = _get_attr_or_item(pool, "is_correlation_threshold", None)
     if threshold is None:
         raise ValueError(
             "era config signal_pools[" + str(index) + "] missing required is_correlation_threshold."
         )
-    if isinstance(threshold, bool) or not isinstance(threshold, (int, float)):
+    if issubclass(type(threshold), bool) or not issubclass(type(threshold), (int, float)):
         raise ValueError(
             "era config signal_pools[" + str(index) + "].is_correlation_threshold must be numeric."
         )
@@ -346,7 +347,7 @@ def _normalize_pool_config(pool, index):
 
 
 def _iter_pool_configs(raw_pools):
-    if isinstance(raw_pools, dict):
+    if issubclass(type(raw_pools), dict):
         return list(raw_pools.values())
     return list(raw_pools)
 
@@ -357,7 +358,7 @@ def _usage_items(record, metadata_attr, names_attr, name_key):
         return metadata
     names = getattr(record, names_attr, None)
     if names:
-        if any(isinstance(n, dict) for n in names):
+        if any(issubclass(type(n), dict) for n in names):
             return names
         return [{name_key: n} for n in names]
     return []
@@ -372,7 +373,7 @@ def _feature_items(record):
 
 
 def _usage_value(item, key, name_key):
-    if isinstance(item, dict):
+    if issubclass(type(item), dict):
         value = item.get(key)
         if value is None:
             value = item.get(name_key)
@@ -441,7 +442,7 @@ def _active_search_handle():
 
 def _tracker_from_config(onboarding_config):
     data_dir = None
-    if isinstance(onboarding_config, dict):
+    if issubclass(type(onboarding_config), dict):
         data_dir = onboarding_config.get("data_dir")
     if not data_dir:
         raise IOError(
@@ -489,8 +490,8 @@ class SearchAnalytics:
         for pc in pool_configs:
             threshold = getattr(pc, "is_correlation_threshold", None)
             if (
-                isinstance(threshold, bool)
-                or not isinstance(threshold, (int, float))
+                issubclass(type(threshold), bool)
+                or not issubclass(type(threshold), (int, float))
                 or threshold <= 0.0
             ):
                 raise ValueError("correlation threshold must be positive.")

@@ -12,32 +12,19 @@ import math
 import struct
 from collections import deque
 from collections.abc import Callable, Mapping
-from dataclasses import dataclass
+from dataclasses import dataclass, is_dataclass
 from decimal import Decimal
 from enum import Enum
 from fractions import Fraction
 from types import SimpleNamespace
 from typing import Any
 
+from model import search_analytics_model as model
+
 Tree = tuple[Any, ...]
 
-RECORDS = frozenset(
-    {
-        "WindowStats",
-        "StatsRow",
-        "SearchStatsResult",
-        "SuggestionsResult",
-        "DepthBucket",
-        "FamilyYield",
-        "SearchPatternsResult",
-        "VelocityWindow",
-        "SearchVelocityResult",
-        "YieldAnalysisResult",
-        "FunctionPairPattern",
-        "CorrelationPatternsResult",
-    }
-)
-"""Classes that every implementation has its own copy of: compared by name and fields."""
+RECORDS = frozenset(name for name, value in vars(model).items() if is_dataclass(value))
+"""The result records, by name: every implementation has its own copies of the classes."""
 
 
 @dataclass(frozen=True)
@@ -125,7 +112,7 @@ class _Describer:
             return self._dict
         if isinstance(value, (set, deque)):
             return self._list_of_any
-        if isinstance(value, SimpleNamespace) or type(value).__name__ in RECORDS:
+        if isinstance(value, SimpleNamespace) or is_dataclass(type(value)):
             return self._fields
         return None
 

@@ -8,20 +8,15 @@ from typing import Any
 NOW = 1_700_000_000.0
 """The instant (seconds since the epoch) at which the `now` fixture stops the clock."""
 
-FILTERS = (
-    "era_id",
-    "eval_type",
-    "named_universe",
-    "metaparameters",
-    "function_family",
-    "function_subfamily",
-    "feature_family",
-    "feature_subfamily",
-    "strategy_pool_id",
-    "signal_pool_id",
-    "strategy_signal_pool",
-)
-"""The filter arguments that every operation shares, in their order."""
+SETTING_FILTERS = ("era_id", "eval_type", "named_universe", "metaparameters")
+USAGE_FILTERS = ("function_family", "function_subfamily", "feature_family", "feature_subfamily")
+POOL_FILTERS = ("strategy_pool_id", "signal_pool_id", "strategy_signal_pool")
+FIRST_FILTERS = (*SETTING_FILTERS, *USAGE_FILTERS)
+FILTERS = (*FIRST_FILTERS, *POOL_FILTERS)
+"""The filter arguments that every operation shares, in their order.
+
+Some operations have arguments of their own between the first and those of pools.
+"""
 
 
 class RecordingTracker:

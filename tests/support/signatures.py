@@ -5,35 +5,40 @@ from __future__ import annotations
 from types import FunctionType
 from typing import Any
 
-_FILTERS = (
-    "era_id=None, eval_type=None, named_universe=None, metaparameters=None, "
-    "function_family=None, function_subfamily=None, feature_family=None, feature_subfamily=None, "
-)
-_POOLS = "strategy_pool_id=None, signal_pool_id=None, strategy_signal_pool=None"
+from support.parts import FIRST_FILTERS, POOL_FILTERS, SETTING_FILTERS, USAGE_FILTERS
+
+
+def _none(names: tuple[str, ...]) -> str:
+    """The parameters of those names, which are None by default."""
+    return ", ".join(f"{name}=None" for name in names)
+
+
+_FILTERS = _none(FIRST_FILTERS)
+_POOLS = _none(POOL_FILTERS)
 _DIMENSION = "aggregate_by=AggregateBy.FUNCTION_SUBFAMILY_FEATURE_SUBFAMILY"
 _EVERY_POOL = "eval_pool=EvalPool.ALL"
 
 # Parameters and return annotation of what stands both on the engine and in the module.
 OPERATIONS = {
     "get_search_stats": (
-        f"{_FILTERS}{_POOLS}, {_DIMENSION}, {_EVERY_POOL}, time_windows=None, pnl_column=None, "
+        f"{_FILTERS}, {_POOLS}, {_DIMENSION}, {_EVERY_POOL}, time_windows=None, pnl_column=None, "
         "min_sample_size=100, sort_ascending=False",
         "SearchStatsResult",
     ),
     "get_suggestions": (
-        f"{_FILTERS}{_POOLS}, {_DIMENSION}, pnl_column=None, min_sample_size=100, top_n=10",
+        f"{_FILTERS}, {_POOLS}, {_DIMENSION}, pnl_column=None, min_sample_size=100, top_n=10",
         "SuggestionsResult",
     ),
     "get_available_eras": ("", "list"),
     "get_available_named_universes": ("", "list"),
     "get_available_aggregations": ("", "list"),
-    "get_search_patterns": (f"{_FILTERS}{_POOLS}, {_EVERY_POOL}", "SearchPatternsResult"),
-    "get_search_velocity": (f"{_FILTERS}{_POOLS}, windows=None", "SearchVelocityResult"),
+    "get_search_patterns": (f"{_FILTERS}, {_POOLS}, {_EVERY_POOL}", "SearchPatternsResult"),
+    "get_search_velocity": (f"{_FILTERS}, {_POOLS}, windows=None", "SearchVelocityResult"),
     "get_yield_analysis": (
-        f"{_FILTERS}recent_window_minutes=360, {_POOLS}",
+        f"{_FILTERS}, recent_window_minutes=360, {_POOLS}",
         "YieldAnalysisResult",
     ),
-    "get_correlation_patterns": (f"{_FILTERS}{_POOLS}, top_n=20", "CorrelationPatternsResult"),
+    "get_correlation_patterns": (f"{_FILTERS}, {_POOLS}, top_n=20", "CorrelationPatternsResult"),
 }
 
 # The module's private helpers, in the order of the module body.
@@ -66,9 +71,7 @@ METHODS = {
     "__init__": "search_tracker, pool_configs",
     "_validate_eval_type": "eval_type",
     "_fetch_evaluations": (
-        "era_id=None, eval_type=None, named_universe=None, metaparameters=None, "
-        f"{_EVERY_POOL}, function_family=None, function_subfamily=None, feature_family=None, "
-        f"feature_subfamily=None, {_POOLS}"
+        f"{_none(SETTING_FILTERS)}, {_EVERY_POOL}, {_none(USAGE_FILTERS)}, {_POOLS}"
     ),
     "_build_group_key": "ev, aggregate_by",
     "_get_stat": "ev, pnl_column, stat_name",
