@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import kestrune.search_analytics as search_analytics
 import pytest
 from kestrune.search_analytics import CorrelationPatternsResult, FunctionPairPattern
 from support.environment import failing
@@ -17,7 +18,7 @@ def pairs(evals, **arguments):
 
 
 @pytest.mark.parametrize("evals", [[], (), {}], ids=repr)
-def test_no_evaluations(evals):
+def test_no_evaluations_give_an_empty_result(evals):
     assert patterns(evals) == CorrelationPatternsResult()
 
 
@@ -201,3 +202,56 @@ def test_errors_of_a_record_pass_unchanged():
 def test_no_history_at_all_is_a_type_error():
     with pytest.raises(TypeError, match=r"object of type 'NoneType' has no len\(\)"):
         patterns(None)
+
+
+def own(text):
+    """Text that equals `text` and is an object of its own."""
+    return "".join(list(text))
+
+
+class OwnText(str):
+    """Text of a kind of its own."""
+
+
+@pytest.mark.parametrize("before", [(), (OwnText("zero"), OwnText("zulu"))], ids=["plain", "own"])
+def test_a_pair_keeps_the_names_of_its_first_evaluation(before):
+    first, second = [own("alpha"), own("gamma")], [own("beta"), own("gamma")]
+    third = [own("beta"), own("alpha")]
+    evals = [using(*before), using(*first), using(*second), using(*third), using(*map(own, third))]
+    kept = {
+        (pair.function_a, pair.function_b): (pair.function_a, pair.function_b)
+        for pair in patterns(evals).pairs
+    }
+    for names in (first, second, sorted(third)):
+        found = kept[tuple(names)]
+        assert found[0] is names[0]
+        assert found[1] is names[1]
+
+
+def test_a_name_met_alone_is_not_the_name_of_a_later_pair():
+    alone, together = own("alpha"), own("alpha")
+    (pair,) = patterns([using(alone), using(together, "beta")]).pairs
+    assert pair.function_a is together
+
+
+def test_pairs_are_ranked_by_passes_then_first_then_second_name(monkeypatch):
+    read = []
+
+    class Pattern:
+        def __init__(self, **fields):
+            vars(self).update({f"_{name}": value for name, value in fields.items()})
+
+        def __getattr__(self, name):
+            read.append(name)
+            return vars(self)[f"_{name}"]
+
+    monkeypatch.setattr(search_analytics, "FunctionPairPattern", Pattern)
+    patterns([using("a", "b", "c")])
+    assert read == ["passed_cooccurrences", "function_a", "function_b"] * 3
+
+
+def test_the_pattern_class_is_not_needed_without_pairs(monkeypatch):
+    monkeypatch.delattr(search_analytics, "FunctionPairPattern")
+    assert patterns([using("alone"), using()]).pairs == []
+    with pytest.raises(NameError, match="'FunctionPairPattern'"):
+        patterns([using("a", "b")])

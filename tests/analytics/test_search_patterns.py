@@ -33,7 +33,7 @@ def families(result):
 
 
 @pytest.mark.parametrize("evals", [[], (), {}, ""], ids=repr)
-def test_no_evaluations(evals):
+def test_no_evaluations_give_an_empty_result(evals):
     result = patterns(evals)
     assert result == SearchPatternsResult()
     assert result.depth_distribution is not result.family_yield_rates
@@ -44,7 +44,7 @@ def test_no_history_at_all_is_a_type_error():
         patterns(None)
 
 
-def test_totals():
+def test_truthy_passes_are_counted():
     result = patterns([of_depth(1), of_depth(1, False), of_depth(1, "yes"), of_depth(1, None)])
     assert (result.total_evaluations, result.total_passed) == (4, 2)
 
@@ -199,3 +199,46 @@ def test_the_clock_is_not_read(monkeypatch):
 
     monkeypatch.setattr(search_analytics, "time", None)
     assert patterns([evaluation()]).total_evaluations == 1
+
+
+class Compared(float):
+    """A depth that logs the types of the depths it is compared with."""
+
+    log: list
+
+    def __eq__(self, other):
+        self.log.append(type(other))
+        return float.__eq__(self, other)
+
+    __hash__ = float.__hash__
+
+
+@pytest.mark.parametrize(
+    ("depths", "passing"),
+    [((1, True), bool), ((True, 1), int), ((1.0, True), bool), ((1, 1.0), float)],
+    ids=str,
+)
+def test_passes_are_found_under_the_first_depth_that_passed(depths, passing):
+    first, second = depths
+    last = Compared(1)
+    last.log = []
+    result = patterns([of_depth(first, passed=False), of_depth(second), of_depth(last)])
+    (bucket,) = result.depth_distribution
+    assert (bucket.depth, type(bucket.depth)) == (first, type(first))
+    assert (bucket.total, bucket.passed) == (3, 2)
+    # Each count is looked up, then set.
+    assert last.log == [type(first)] * 2 + [passing] * 2
+
+
+def test_a_depth_that_cannot_be_found_again_is_the_key_of_the_error():
+    class Moving(tuple):
+        hashes = iter(range(9))
+
+        def __hash__(self):
+            return next(self.hashes)
+
+    depth = Moving("ab")
+    with pytest.raises(KeyError) as caught:
+        patterns([of_depth(depth)])
+    (key,) = caught.value.args
+    assert key is depth

@@ -45,14 +45,14 @@ def test_the_sample_size_is_printed_with_str():
 
 
 @pytest.mark.parametrize("empty", [[], (), {}, "", set()], ids=repr)
-def test_no_windows(empty):
+def test_no_windows_are_refused(empty):
     assert refusal(time_windows=empty) == NO_WINDOWS
 
 
 @pytest.mark.parametrize(
     "windows", [[TimeWindow.ERA, TimeWindow.ERA], "aa", [1, 1.0], (TimeWindow.ERA,) * 3], ids=repr
 )
-def test_duplicate_windows(windows):
+def test_duplicate_windows_are_refused(windows):
     assert refusal(time_windows=windows) == DUPLICATES
 
 
@@ -125,7 +125,7 @@ def test_empty_answers_share_nothing():
 
 
 def test_only_filters_in_force_are_reported_in_their_order():
-    values = dict(zip(FILTERS, "abcdefghijk", strict=True)) | {"eval_type": "signal"}
+    values = {name: f"some {name}" for name in FILTERS} | {"eval_type": "signal"}
     reported = engine_over([]).get_search_stats(**values).filters_applied
     assert list(reported) == list(REPORTED)
     assert reported == values

@@ -3,7 +3,9 @@
 from __future__ import annotations
 
 from fractions import Fraction
+from types import SimpleNamespace
 
+import kestrune.search_analytics as search_analytics
 import pytest
 from kestrune.search_analytics import SearchVelocityResult, VelocityWindow
 from support.environment import failing
@@ -82,7 +84,7 @@ def test_no_evaluations_still_report_each_window(evals):
 
 
 @pytest.mark.parametrize("empty", [[], (), {}, ""], ids=repr)
-def test_no_windows(empty):
+def test_no_windows_are_refused(empty):
     assert refusal(empty) == NO_WINDOWS
 
 
@@ -288,7 +290,9 @@ def test_plain_records_count_like_any_others(passed):
     assert [window.total_passed for window in windows] == [3, 5, 6] if passed else [0, 0, 0]
 
 
-@pytest.mark.parametrize("stamp", [0, NOW, Fraction(NOW), True])
+@pytest.mark.parametrize(
+    "stamp", [0, NOW, Fraction(NOW), True], ids=["zero", "float", "fraction", "bool"]
+)
 def test_a_time_stamp_of_another_number_type_among_floats(stamp):
     evals = [Plain(0) for _ in range(5)]
     evals[3].timestamp = stamp
@@ -348,3 +352,43 @@ def test_a_replaced_record_class_is_called_between_the_windows(monkeypatch):
     evals = [Plain(0)]
     windows = velocity(evals, [1, 2, 3]).windows
     assert [window.total_evaluations for window in windows] == [1, 2, 3]
+
+
+class Instant(float):
+    """A clock's own kind of number: logs what is subtracted from it."""
+
+    log: list
+
+    def __sub__(self, seconds):
+        self.log.append(("cut-off", seconds))
+        return Instant.logging(float(self) - seconds, self.log)
+
+    @classmethod
+    def logging(cls, value, log):
+        made = cls(value)
+        made.log = log
+        return made
+
+
+@pytest.mark.parametrize("count", [0, 1, 3])
+def test_a_window_is_cut_off_and_counted_before_the_next(monkeypatch, count):
+    log = []
+
+    class Record:
+        timestamp = property(lambda record: log.append("timestamp") or NOW)
+        passed_thresholds = property(lambda record: log.append("passed") or True)
+
+    now = Instant.logging(NOW, log)
+    monkeypatch.setattr(search_analytics, "time", SimpleNamespace(time=lambda: now))
+    velocity([Record() for _ in range(count)], [1, 2.5])
+    walk = ["timestamp"] * count + ["passed"] * count
+    assert log == [("cut-off", 60), *walk, ("cut-off", 150.0), *walk]
+
+
+def test_a_cut_off_is_worked_out_once_for_plain_records(monkeypatch):
+    log = []
+    now = Instant.logging(NOW, log)
+    monkeypatch.setattr(search_analytics, "time", SimpleNamespace(time=lambda: now))
+    result = velocity(aged(0.5, 1.5), [1, 2])
+    assert [window.total_evaluations for window in result.windows] == [1, 2]
+    assert log == [("cut-off", 60), ("cut-off", 120)]

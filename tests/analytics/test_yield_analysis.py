@@ -7,7 +7,7 @@ from fractions import Fraction
 import pytest
 from kestrune.search_analytics import YieldAnalysisResult
 from support.environment import failing
-from support.parts import FILTERS, NOW, engine_over, evaluation
+from support.parts import FILTERS, FIRST_FILTERS, NOW, POOL_FILTERS, engine_over, evaluation
 
 pytestmark = pytest.mark.usefixtures("now")
 
@@ -30,7 +30,7 @@ def old(passed, failed=0):
 
 
 @pytest.mark.parametrize("evals", [[], (), {}, ""], ids=repr)
-def test_no_evaluations(evals):
+def test_no_evaluations_give_an_empty_result(evals):
     result = analysis(evals, 45)
     assert result == YieldAnalysisResult(trend="insufficient_data", recent_window_minutes=45)
     assert result.diminishing_returns is False
@@ -137,6 +137,7 @@ def with_rates(recent_passed, recent_total, total_passed, total):
         ((12, 20, 25, 50), "stable"),
         ((13, 20, 25, 50), "improving"),
     ],
+    ids=repr,
 )
 def test_comparisons_of_the_trend_are_strict(counts, expected):
     recent_passed, recent_total, total_passed, total = counts
@@ -178,10 +179,10 @@ def test_every_filter_reaches_the_fetch_by_keyword():
 
 def test_positional_arguments_follow_the_signature():
     engine = engine_over([])
-    result = engine.get_yield_analysis(*[None] * 8, 60, "s", "p", "q")
+    result = engine.get_yield_analysis(*[None] * len(FIRST_FILTERS), 60, "s", "p", "q")
     assert result.recent_window_minutes == 60
     (call,) = engine._tracker.calls
-    assert [call[name] for name in FILTERS[8:]] == ["s", "p", "q"]
+    assert [call[name] for name in POOL_FILTERS] == ["s", "p", "q"]
 
 
 def test_errors_of_a_record_pass_unchanged():

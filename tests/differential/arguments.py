@@ -18,23 +18,16 @@ from differential.values import (
     name,
 )
 from differential.world import NANS, World
+from support.parts import FILTERS, USAGE_FILTERS
 
-FAMILY_FILTERS = ("function_family", "function_subfamily", "feature_family", "feature_subfamily")
-OTHER_FILTERS = (
-    "era_id",
-    "named_universe",
-    "metaparameters",
-    "strategy_pool_id",
-    "signal_pool_id",
-    "strategy_signal_pool",
-)
+OTHER_FILTERS = tuple(name for name in FILTERS if name not in (*USAGE_FILTERS, "eval_type"))
 
 
 def filters(w: World) -> dict[str, Any]:
-    """Some of the eleven shared filters, in a random order of keywords."""
+    """Some of the shared filters, in a random order of keywords."""
     chosen: dict[str, Any] = {}
     if w.chance(15):
-        for filter_name in FAMILY_FILTERS:
+        for filter_name in USAGE_FILTERS:
             if w.chance(40):
                 names = CLEAN_FAMILIES if filter_name.startswith("function") else CLEAN_FEATURES
                 chosen[filter_name] = "" if w.chance(15) else name(w, (*CLEAN_FAMILIES, *names))

@@ -9,23 +9,10 @@ from differential import arguments, evaluations
 from differential.hooks import HookedSequence, HookedTruth
 from differential.values import fresh_error, name, truth
 from differential.world import NOW, World
+from support.parts import FIRST_FILTERS, USAGE_FILTERS
 from support.records import STATUS_TABLES, HistoryTracker, TableConnection, status_database
 
 Call = Callable[[], Any]
-
-SHARED = (
-    "era_id",
-    "eval_type",
-    "named_universe",
-    "metaparameters",
-    "function_family",
-    "function_subfamily",
-    "feature_family",
-    "feature_subfamily",
-    "strategy_pool_id",
-    "signal_pool_id",
-    "strategy_signal_pool",
-)
 
 BOTH_SIDES = ("function", "feature")
 
@@ -41,7 +28,8 @@ def calling(w: World, target: Any, operation: str, keywords: dict[str, Any]) -> 
     """A call of `target`'s operation, now and then with its first filters by position."""
     positional: list[Any] = []
     if w.chance(8):
-        positional = [keywords.pop(name, None) for name in SHARED[: w.below(9)]]
+        first = FIRST_FILTERS[: w.below(len(FIRST_FILTERS) + 1)]
+        positional = [keywords.pop(name, None) for name in first]
     return lambda: getattr(target, operation)(*positional, **keywords)
 
 
@@ -151,7 +139,7 @@ def velocity(w: World) -> Call:
     """Rates per hour over several windows."""
     keywords = arguments.filters(w)
     if w.chance(50):
-        for key in ("function_family", "function_subfamily", "feature_family", "feature_subfamily"):
+        for key in USAGE_FILTERS:
             keywords.pop(key, None)
         records, span = rated(w)
         keywords["windows"] = [span, w.pick((span * 10, span, span * 2, 2 * span + 0.5))]
@@ -220,7 +208,7 @@ def yield_analysis(w: World) -> Call:
     """Yield, trend, usefulness and tampering."""
     keywords = arguments.filters(w)
     if w.chance(25):
-        for key in ("function_family", "function_subfamily", "feature_family", "feature_subfamily"):
+        for key in USAGE_FILTERS:
             keywords.pop(key, None)
         records, span = rated(w)
         keywords["recent_window_minutes"] = span
@@ -254,7 +242,7 @@ def catalogue(w: World) -> Call:
 def fetch(w: World) -> Call:
     """The fetch that every operation starts with."""
     keywords = arguments.filters(w)
-    for key in arguments.FAMILY_FILTERS:
+    for key in USAGE_FILTERS:
         optional(w, keywords, 25, key, name(w, ("trend", "rank", "sma", "close", "")))
     optional(w, keywords, 60, "eval_pool", arguments.eval_pool(w))
     records = records_for(w, evaluations.BASIC, BOTH_SIDES)

@@ -199,8 +199,8 @@ BREAKS = [
     ("pair of equals", "for j in range(i + 1,", "for j in range(i,", "correlation patterns"),
     (
         "bool threshold",
-        "isinstance(threshold, bool) or not isinstance(threshold, (int, float))",
-        "not isinstance(threshold, (int, float))",
+        "issubclass(type(threshold), bool) or not issubclass(type(threshold), (int, float))",
+        "not issubclass(type(threshold), (int, float))",
         "pool entry",
     ),
     (

@@ -5,6 +5,7 @@ from __future__ import annotations
 import math
 import struct
 from collections import OrderedDict
+from dataclasses import dataclass
 from decimal import Decimal
 from enum import Enum
 from fractions import Fraction
@@ -22,6 +23,13 @@ class OwnInt(int):
 
 class OwnText(str):
     __slots__ = ()
+
+
+@dataclass
+class NewRecord:
+    """A record of a class that only one of two implementations may have."""
+
+    total: int
 
 
 class Colour(Enum):
@@ -64,6 +72,7 @@ def shared_pair(together: bool) -> list[list[int]]:
         pytest.param(Colour.RED, Colour.BLUE, id="members"),
         pytest.param(Colour.RED, 1, id="member and value"),
         pytest.param(model.DepthBucket(1), model.DepthBucket(2), id="fields of a record"),
+        pytest.param(NewRecord(1), NewRecord(2), id="fields of a new record"),
         pytest.param(model.DepthBucket(), model.FamilyYield(), id="classes of records"),
         pytest.param(model.DepthBucket(), SimpleNamespace(), id="record and namespace"),
         pytest.param(SimpleNamespace(a=1, b=2), SimpleNamespace(b=2, a=1), id="order of fields"),
@@ -72,7 +81,7 @@ def shared_pair(together: bool) -> list[list[int]]:
         pytest.param(1j, -1j, id="complex"),
     ],
 )
-def test_description_differs(one: Any, other: Any) -> None:
+def test_descriptions_of_different_values_differ(one: Any, other: Any) -> None:
     assert describe(one) != describe(other)
     assert first_difference(describe(one), describe(other))
 

@@ -36,7 +36,7 @@ LEVELS: dict[str, Any] = {
 
 
 @pytest.mark.parametrize("level", list(LEVELS))
-def test_aggregate_by(level: str) -> None:
+def test_groupings_of_any_kind_agree(level: str) -> None:
     for operation in ("get_search_stats", "get_suggestions"):
 
         def build(w: World, operation: str = operation) -> Callable[[], Any]:
@@ -129,7 +129,7 @@ class Undecided:
 
 
 @pytest.mark.parametrize("windows", list(WINDOWS))
-def test_time_windows(windows: str) -> None:
+def test_time_windows_of_any_kind_agree(windows: str) -> None:
     for era in (None, "era-1", "era-2"):
 
         def build(w: World, era: Any = era) -> Callable[[], Any]:
@@ -217,7 +217,7 @@ NUMERIC = [
 
 @pytest.mark.parametrize("number", list(NUMBERS))
 @pytest.mark.parametrize(("operation", "argument"), NUMERIC)
-def test_numeric_argument(operation: str, argument: str, number: str) -> None:
+def test_numbers_of_any_kind_agree(operation: str, argument: str, number: str) -> None:
     def build(w: World) -> Callable[[], Any]:
         value: Any = NUMBERS[number](w)
         if argument == "windows":
@@ -241,7 +241,7 @@ READINGS: dict[str, Callable[[World], Any]] = {
 
 @pytest.mark.parametrize("reading", list(READINGS))
 @pytest.mark.parametrize("operation", list(OPERATIONS))
-def test_clock(operation: str, reading: str) -> None:
+def test_clocks_of_any_kind_agree(operation: str, reading: str) -> None:
     def build(w: World) -> Callable[[], Any]:
         w.clock = lambda: READINGS[reading](w)
         return call(w, [plain(), plain(1)], operation)
@@ -250,7 +250,7 @@ def test_clock(operation: str, reading: str) -> None:
 
 
 @pytest.mark.parametrize("operation", list(OPERATIONS))
-def test_failing_clock(operation: str) -> None:
+def test_a_failing_clock_agrees(operation: str) -> None:
     def build(w: World) -> Callable[[], Any]:
         def fail() -> Any:
             raise KeyboardInterrupt
@@ -276,7 +276,7 @@ def _interrupt(**given: Any) -> Any:
 
 @pytest.mark.parametrize("tracker", list(TRACKERS))
 @pytest.mark.parametrize("operation", list(OPERATIONS))
-def test_tracker(operation: str, tracker: str) -> None:
+def test_trackers_of_any_kind_agree(operation: str, tracker: str) -> None:
     def build(w: World) -> Callable[[], Any]:
         target = engine(w, [])
         target._tracker = TRACKERS[tracker](w)
@@ -300,6 +300,7 @@ def test_tracker(operation: str, tracker: str) -> None:
         ("get_yield_analysis", {"recent_window_minutes": 0}),
         ("get_correlation_patterns", {"eval_type": "x", "top_n": 0}),
     ],
+    ids=repr,
 )
 def test_first_of_several_wrong_arguments_is_reported(
     operation: str, keywords: dict[str, Any]

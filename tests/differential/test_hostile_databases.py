@@ -75,7 +75,7 @@ class Connection:
 
 
 @pytest.mark.parametrize("row", list(ROWS))
-def test_status_row(row: str) -> None:
+def test_status_rows_of_any_kind_agree(row: str) -> None:
     def build(w: World) -> Callable[[], Any]:
         target = engine(w, [plain(), plain(1, eval_type="strategy")])
         target._tracker._conn = Connection(w, ROWS[row](w))
@@ -97,7 +97,7 @@ CONNECTIONS: dict[str, Callable[[World], Any]] = {
 
 
 @pytest.mark.parametrize("connection", list(CONNECTIONS))
-def test_connection(connection: str) -> None:
+def test_connections_of_any_kind_agree(connection: str) -> None:
     def build(w: World) -> Callable[[], Any]:
         target = engine(w, [plain(), plain(1, eval_type="strategy")])
         target._tracker._conn = CONNECTIONS[connection](w)

@@ -101,7 +101,7 @@ class NoTruth(list):  # type: ignore[type-arg]
 
 @pytest.mark.parametrize("metadata", list(METADATA))
 @pytest.mark.parametrize("operation", FILTERED)
-def test_metadata(operation: str, metadata: str) -> None:
+def test_metadata_of_any_kind_agree(operation: str, metadata: str) -> None:
     for filters in ({}, {"function_family": "trend"}, {"function_subfamily": "ema"}):
 
         def build(w: World, filters: dict[str, Any] = filters) -> Callable[[], Any]:
@@ -184,7 +184,7 @@ BEHAVIOURS: dict[str, Callable[[], dict[str, Any]]] = {
 @pytest.mark.parametrize("shape", ["dictionaries", "bare", "unwrapped"])
 @pytest.mark.parametrize("behaviour", list(BEHAVIOURS))
 @pytest.mark.parametrize("operation", ITEM_OPERATIONS)
-def test_name_behaves(operation: str, behaviour: str, shape: str) -> None:
+def test_names_of_any_behaviour_agree(operation: str, behaviour: str, shape: str) -> None:
     def build(w: World) -> Callable[[], Any]:
         first = Hashed(w, "first", **BEHAVIOURS[behaviour]())
         second = Hashed(w, "second")
@@ -223,7 +223,7 @@ NAMES: dict[str, list[Any]] = {
 
 @pytest.mark.parametrize("names", list(NAMES))
 @pytest.mark.parametrize("operation", ITEM_OPERATIONS)
-def test_names(operation: str, names: str) -> None:
+def test_names_of_any_kind_agree(operation: str, names: str) -> None:
     for attribute in ("functions", "function_metadata"):
 
         def build(w: World, attribute: str = attribute) -> Callable[[], Any]:

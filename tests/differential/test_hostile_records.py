@@ -37,7 +37,7 @@ ERRORS: list[Callable[[], BaseException]] = [
 
 @pytest.mark.parametrize("make", ERRORS, ids=lambda make: type(make()).__name__)
 @pytest.mark.parametrize("operation", list(OPERATIONS))
-def test_attribute_raises(operation: str, make: Callable[[], BaseException]) -> None:
+def test_errors_of_any_attribute_agree(operation: str, make: Callable[[], BaseException]) -> None:
     for attribute in (*READ[operation], "is_correlation", "functions", "eval_id"):
 
         def build(w: World, attribute: str = attribute) -> Callable[[], Any]:

@@ -10,7 +10,7 @@ from differential.cases import subject
 from differential.sources import Seeded
 from differential.world import NOW, World
 from model import search_analytics_model as model
-from support.outcome import first_difference
+from support.outcome import RECORDS, describe, first_difference
 from support.records import HistoryTracker, TableConnection
 
 Call = Callable[[], Any]
@@ -126,11 +126,54 @@ def call(w: World, history: Any, operation: str, **keywords: Any) -> Call:
     return lambda: getattr(target, operation)(**arguments)
 
 
-def assert_same(build: Builder) -> None:
-    """Build the case for the model and for the module, run both, and compare all that happened."""
+def difference(build: Builder) -> str:
+    """Build the case for the model and for the module, and run both: where they part, if at all."""
     outcomes = []
     for module in (model, subject()):
         w = World(module, Seeded("trap"))
-        outcomes.append(w.run(build(w)))
-    expected, found = outcomes
-    assert expected == found, first_difference(expected, found)
+        with w.cleanup:
+            outcomes.append(w.run(build(w)))
+    return first_difference(*outcomes)
+
+
+def assert_same(build: Builder) -> None:
+    """Build the case for the model and for the module, run both, and compare all that happened."""
+    where = difference(build)
+    assert not where, where
+
+
+def forget(w: World, name: str) -> None:
+    """Delete a name of the module until the case is over."""
+    w.cleanup.callback(setattr, w.module, name, getattr(w.module, name))
+    delattr(w.module, name)
+
+
+class Made:
+    """A record that logs every read of a field."""
+
+    def __init__(self, w: World, label: str, values: Mapping[str, Any]) -> None:
+        object.__setattr__(self, "_state", (w, label, values))
+
+    def __getattribute__(self, name: str) -> Any:
+        if name.startswith("__"):
+            return object.__getattribute__(self, name)
+        w, label, values = object.__getattribute__(self, "_state")
+        w.note(label, name)
+        return values[name]
+
+
+def log_record_classes(w: World, *names: str) -> None:
+    """Replace record classes: each record made is logged, and so is every read of its fields."""
+
+    def log(name: str) -> Callable[..., Made]:
+        made: list[Made] = []
+
+        def make(**values: Any) -> Made:
+            w.note("make", name, tuple(values), describe(list(values.values()), w.labels))
+            made.append(Made(w, f"{name} {len(made)}", values))
+            return made[-1]
+
+        return make
+
+    for name in names or RECORDS:
+        w.patch(w.module, name, log(name))

@@ -8,13 +8,12 @@ import kestrune.search_analytics as search_analytics
 import pytest
 from kestrune.search_analytics import EvalPool
 from support.environment import failing
-from support.parts import engine_over, evaluation, function_item, using
+from support.parts import USAGE_FILTERS, engine_over, evaluation, function_item, using
 
 ASKED = (
     *("era_id", "eval_type", "passed_only", "limit", "named_universe", "metaparameters"),
     *("strategy_pool_id", "signal_pool_id", "strategy_signal_pool"),
 )
-USAGE_FILTERS = ("function_family", "function_subfamily", "feature_family", "feature_subfamily")
 
 
 def asked_by(**filters):
@@ -77,6 +76,7 @@ def test_positional_filters_follow_the_signature():
         ("strategy", "p1", "", ("p1", "")),
         ("Strategy", "p1", None, ("p1", "p1")),
     ],
+    ids=repr,
 )
 def test_a_signal_pool_given_alone_means_strategies_on_that_pool_too(
     eval_type, signal_pool, strategy_pool, expected

@@ -117,7 +117,9 @@ def test_the_table_name_is_bound_as_it_is():
 
 
 @pytest.mark.parametrize("dialect", [None, "postgres"])
-@pytest.mark.parametrize("error", [sqlite3.OperationalError("locked"), KeyboardInterrupt()])
+@pytest.mark.parametrize(
+    "error", [sqlite3.OperationalError("locked"), KeyboardInterrupt()], ids=repr
+)
 def test_errors_of_the_database_pass_unchanged(dialect, error):
     connection = SimpleNamespace(dialect=dialect, execute=failing(error))
     with pytest.raises(type(error)) as caught:
@@ -142,7 +144,11 @@ def test_an_execute_that_returns_nothing_is_an_attribute_error():
         _tracker_table_exists(connection, "t")
 
 
-@pytest.mark.parametrize(("row", "error"), [((), IndexError), (5, TypeError), ({}, KeyError)])
+@pytest.mark.parametrize(
+    ("row", "error"),
+    [((), IndexError), (5, TypeError), ({}, KeyError)],
+    ids=["empty", "int", "mapping"],
+)
 def test_a_postgres_row_that_cannot_be_indexed_is_its_own_error(row, error):
     with pytest.raises(error):
         _tracker_table_exists(Connection(row, dialect="postgres"), "t")

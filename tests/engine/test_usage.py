@@ -146,7 +146,9 @@ def test_a_value_is_returned_as_it_is_stored():
     assert _usage_value({"name": value}, "family", "name") is value
 
 
-@pytest.mark.parametrize(("item", "text"), [("f", "f"), (5, "5"), (None, "None"), ([], "[]")])
+@pytest.mark.parametrize(
+    ("item", "text"), [("f", "f"), (5, "5"), (None, "None"), ([], "[]")], ids=repr
+)
 def test_a_bare_item_is_its_own_name(item, text):
     assert _usage_value(item, "name", "name") == text
 

@@ -6,8 +6,13 @@ from collections import OrderedDict, UserDict
 from types import MappingProxyType, SimpleNamespace
 
 import pytest
-from kestrune.search_analytics import _get_attr_or_item
-from support.environment import failing
+from kestrune.search_analytics import (
+    _get_attr_or_item,
+    _normalize_pool_config,
+    _unwrap_era_config,
+    _usage_value,
+)
+from support.environment import failing, raw_pool
 
 
 def test_a_mapping_is_read_by_key():
@@ -63,7 +68,38 @@ def test_mappings_that_are_no_dict_are_read_by_attribute(wrap):
     assert callable(_get_attr_or_item(mapping, "keys"))
 
 
-@pytest.mark.parametrize("error", [AttributeError("x"), type("Mine", (AttributeError,), {})()])
+def claiming(cls, **attributes):
+    """A proxy: an object that names `cls` as its class and derives from nothing."""
+    return type("Proxy", (), {"__class__": property(lambda self: cls), **attributes})()
+
+
+def test_a_proxy_that_only_says_it_is_a_dict_is_read_by_attribute():
+    proxy = claiming(dict, a="attribute", get=failing(AssertionError))
+    assert isinstance(proxy, dict)
+    assert _get_attr_or_item(proxy, "a") == "attribute"
+    assert _get_attr_or_item(proxy, "b", "absent") == "absent"
+    assert _unwrap_era_config(proxy) is proxy
+    assert _usage_value(proxy, "function_name", "function_name") == str(proxy)
+
+
+@pytest.mark.parametrize(
+    ("field", "value"),
+    [
+        ("name", claiming(str, __len__=lambda self: 1)),
+        ("is_correlation_threshold", claiming(float)),
+        ("is_correlation_threshold", claiming(int)),
+    ],
+    ids=["text", "float", "int"],
+)
+def test_a_proxy_that_only_says_it_is_text_or_a_number_is_refused(field, value):
+    assert _normalize_pool_config(raw_pool(), 0)
+    with pytest.raises(ValueError, match=r"^era config signal_pools\[0\]"):
+        _normalize_pool_config({**raw_pool(), field: value}, 0)
+
+
+@pytest.mark.parametrize(
+    "error", [AttributeError("x"), type("Mine", (AttributeError,), {})()], ids=["error", "subclass"]
+)
 def test_attribute_errors_mean_absent(error):
     class Object:
         a = property(failing(error))

@@ -70,6 +70,59 @@ def test_pool_resolution_uses_the_replaced_helper(monkeypatch, name, replacement
     assert [config.name for config in resolved] == ["mine"]
 
 
+def recorded(monkeypatch):
+    """The arguments of every call of `_get_attr_or_item` from now on."""
+    calls = []
+    original = search_analytics._get_attr_or_item
+
+    def record(*args, **kwargs):
+        calls.append((args, kwargs))
+        return original(*args, **kwargs)
+
+    monkeypatch.setattr(search_analytics, "_get_attr_or_item", record)
+    return calls
+
+
+@pytest.mark.parametrize("kind", [dict, SimpleNamespace], ids=lambda kind: kind.__name__)
+def test_fields_of_a_pool_are_asked_for_with_a_default(monkeypatch, kind):
+    entry = kind(**raw_pool("a", 1))
+    calls = recorded(monkeypatch)
+    search_analytics._normalize_pool_config(entry, 0)
+    assert calls == [
+        ((entry, "name", None), {}),
+        ((entry, "is_correlation_threshold", None), {}),
+        ((entry, "os_correlation_threshold", None), {}),
+    ]
+
+
+def test_pools_are_asked_for_with_a_default(monkeypatch):
+    era = {"signal_pools": [raw_pool()]}
+    calls = recorded(monkeypatch)
+    search_analytics._extract_raw_pools(era)
+    assert calls == [((era, "signal_pools", None), {})]
+
+
+def test_a_helper_without_a_default_of_its_own_resolves_pools(monkeypatch):
+    def read(value, key, default):
+        return value.get(key, default)
+
+    monkeypatch.setattr(search_analytics, "_get_attr_or_item", read)
+    (config,) = search_analytics._resolve_pool_configs({"signal_pools": [raw_pool("mine", 1)]})
+    assert vars(config) == {
+        "name": "mine",
+        "is_correlation_threshold": 1,
+        "os_correlation_threshold": None,
+    }
+
+
+def test_a_missing_namespace_class_is_met_before_the_second_threshold_is_read(monkeypatch):
+    calls = recorded(monkeypatch)
+    monkeypatch.delattr(search_analytics, "SimpleNamespace")
+    with pytest.raises(NameError, match="'SimpleNamespace'"):
+        search_analytics._normalize_pool_config(raw_pool(), 0)
+    assert [args[1] for args, _ in calls] == ["name", "is_correlation_threshold"]
+
+
 RESOLUTION_CHAIN = {
     "_active_search_handle": lambda: SimpleNamespace(_tracker="mine"),
     "_runtime_from_onboarding": lambda onboarding: SimpleNamespace(search_tracker="mine"),

@@ -15,7 +15,7 @@ def handle(tracker="tracker", **attributes):
     return SimpleNamespace(_tracker=tracker, **attributes)
 
 
-def test_no_handles(client):
+def test_without_handles_there_is_none(client):
     assert _active_search_handle() is None
 
 
@@ -94,7 +94,11 @@ def test_the_walk_runs_over_a_snapshot(client):
     assert _active_search_handle() is last
 
 
-@pytest.mark.parametrize("kind", [tuple, iter, lambda items: (x for x in items), dict.fromkeys])
+@pytest.mark.parametrize(
+    "kind",
+    [tuple, iter, lambda items: (x for x in items), dict.fromkeys],
+    ids=["tuple", "iterator", "generator", "dictionary"],
+)
 def test_handles_may_be_any_iterable(client, kind):
     class Handle:
         _tracker = 1

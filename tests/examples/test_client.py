@@ -32,7 +32,11 @@ def test_the_package_has_no_other_names(kestrune: Any) -> None:
         kestrune.absent  # noqa: B018
 
 
-@pytest.mark.parametrize("key", ["", "abc", KEY[:-1], KEY + "0", "g" * 64, None, 5])
+@pytest.mark.parametrize(
+    "key",
+    ["", "abc", KEY[:-1], KEY + "0", "g" * 64, None, 5],
+    ids=["empty", "text", "short", "long", "other digits", "none", "int"],
+)
 def test_login_takes_private_keys_only(kestrune: Any, key: Any) -> None:
     from kestrune.auth import AuthError
 
@@ -40,7 +44,9 @@ def test_login_takes_private_keys_only(kestrune: Any, key: Any) -> None:
         kestrune.login(key)
 
 
-@pytest.mark.parametrize("key", [KEY, KEY.upper(), "0x" + KEY])
+@pytest.mark.parametrize(
+    "key", [KEY, KEY.upper(), "0x" + KEY], ids=["plain", "upper case", "prefix"]
+)
 def test_login_makes_tokens_that_hide_the_key(kestrune: Any, key: str) -> None:
     from kestrune import agent_onboarding
 

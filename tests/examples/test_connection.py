@@ -45,6 +45,7 @@ def test_only_the_server_connection_names_its_dialect(both_trackers: dict[str, A
         ("SELECT 7 % 4 + CAST(? AS INTEGER)", (1,), (4,)),
         ("SELECT CAST(? AS TEXT)", (None,), (None,)),
     ],
+    ids=["text", "literal", "int", "none"],
 )
 def test_parameters_are_bound_and_literals_are_left_alone(
     tracker: Any, sql: str, params: tuple[Any, ...], row: tuple[Any, ...]

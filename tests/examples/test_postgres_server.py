@@ -3,7 +3,9 @@
 from __future__ import annotations
 
 import os
+import signal
 import stat
+import time
 from pathlib import Path
 from typing import Any
 
@@ -75,6 +77,30 @@ def test_a_server_that_fails_to_start_shows_its_log(
         pass
     assert server.pid is None
     assert server._folder is None
+
+
+def test_an_interrupted_program_takes_its_children_along(demo: Any, tmp_path: Path) -> None:
+    from demo import postgres_server
+
+    written = tmp_path / "written"
+
+    def interrupt(*_: object) -> None:
+        if written.exists():
+            raise KeyboardInterrupt
+
+    script = f"(while :; do echo more >> {written}; sleep 0.01; done) & wait"
+    before = signal.signal(signal.SIGALRM, interrupt)
+    signal.setitimer(signal.ITIMER_REAL, 0.05, 0.05)
+    try:
+        with pytest.raises(KeyboardInterrupt):
+            postgres_server._run(["sh", "-c", script], {})
+    finally:
+        signal.setitimer(signal.ITIMER_REAL, 0.0)
+        signal.signal(signal.SIGALRM, before)
+    time.sleep(0.1)
+    size = written.stat().st_size
+    time.sleep(0.3)
+    assert written.stat().st_size == size
 
 
 def test_programs_in_a_private_folder_are_copied(demo: Any, tmp_path: Path) -> None:

@@ -242,6 +242,7 @@ def test_only_dishonest_agents_report_another_measure(demo: Any, rng: np.random.
         ([0.01, 0.02], 0.8, 1.3, "rejected", "tampering: reported measure 30% too high"),
         ([0.01, 0.02], 0.1, 1.2, "useful", None),
     ],
+    ids=["useful", "not useful", "correlation", "tampering", "a little too high"],
 )
 def test_the_server_judges_by_the_days_after_and_by_its_own_measure(
     demo: Any, later: list[float], correlation: float, claim: float, status: str, reason: str | None

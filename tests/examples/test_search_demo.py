@@ -86,6 +86,7 @@ def test_a_pipe_gets_plain_text_with_every_answer(scratch: Path) -> None:
         (["--seed", "-1"], 2, "--seed must not be negative"),
         (["--database", "other"], 2, "invalid choice"),
     ],
+    ids=["help", "no evaluations", "negative seed", "other database"],
 )
 def test_the_command_line_explains_itself(
     scratch: Path, arguments: list[str], code: int, text: str

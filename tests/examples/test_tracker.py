@@ -89,6 +89,7 @@ def test_history_is_newest_first_and_later_recorded_first_among_equals(tracker: 
 @pytest.mark.parametrize(
     ("limit", "expected"),
     [(None, ["c", "b", "a"]), (2, ["c", "b"]), (3, ["c", "b", "a"]), (9, ["c", "b", "a"]), (0, [])],
+    ids=repr,
 )
 def test_limit_keeps_the_newest(tracker: Any, limit: int | None, expected: list[str]) -> None:
     for timestamp, eval_id in enumerate("abc"):

@@ -6,7 +6,14 @@ import kestrune.search_analytics as search_analytics
 import pytest
 from kestrune.search_analytics import AggregateBy, EvalPool, TimeWindow
 from support.environment import FakeAuthError, failing
-from support.parts import FILTERS, RecordingTracker, engine_over, evaluation
+from support.parts import (
+    FILTERS,
+    FIRST_FILTERS,
+    POOL_FILTERS,
+    RecordingTracker,
+    engine_over,
+    evaluation,
+)
 
 DIMENSION = AggregateBy.FUNCTION_SUBFAMILY_FEATURE_SUBFAMILY
 NO_FILTER = dict.fromkeys(FILTERS)
@@ -33,9 +40,9 @@ DEFAULTS = {
     "get_search_patterns": {**NO_FILTER, "eval_pool": EvalPool.ALL},
     "get_search_velocity": {**NO_FILTER, "windows": None},
     "get_yield_analysis": {
-        **dict.fromkeys(FILTERS[:8]),
+        **dict.fromkeys(FIRST_FILTERS),
         "recent_window_minutes": 360,
-        **dict.fromkeys(FILTERS[8:]),
+        **dict.fromkeys(POOL_FILTERS),
     },
     "get_correlation_patterns": {**NO_FILTER, "top_n": 20},
 }

@@ -156,7 +156,7 @@ def test_key_maps_translate_levels_to_name_keys_in_order():
     ],
     ids=["history limit", "auth message"],
 )
-def test_constants(name, value):
+def test_constants_have_their_values(name, value):
     assert getattr(search_analytics, name) == value
     assert type(getattr(search_analytics, name)) is type(value)
 

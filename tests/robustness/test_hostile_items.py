@@ -15,7 +15,9 @@ EVERY_READER = pytest.mark.parametrize("name", READERS)
 
 @EVERY_READER
 @pytest.mark.parametrize(
-    ("metadata", "error"), [(5, "'int' object is not iterable"), (object(), "not iterable")]
+    ("metadata", "error"),
+    [(5, "'int' object is not iterable"), (object(), "not iterable")],
+    ids=["int", "object"],
 )
 def test_metadata_that_cannot_be_iterated(name, metadata, error):
     with pytest.raises(TypeError, match=error):
@@ -250,7 +252,9 @@ def test_a_thousand_names_of_one_hash(name):
 
 
 @pytest.mark.parametrize(
-    ("printed", "error"), [(failing(LookupError("x")), LookupError), (lambda self: 5, TypeError)]
+    ("printed", "error"),
+    [(failing(LookupError("x")), LookupError), (lambda self: 5, TypeError)],
+    ids=["error", "no text"],
 )
 @EVERY_READER
 def test_bare_names_that_cannot_be_printed(name, printed, error):

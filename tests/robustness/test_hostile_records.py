@@ -92,7 +92,9 @@ def test_a_list_that_changes_is_walked_as_a_for_loop_walks_it(name, mutate, wher
 
 
 @pytest.mark.parametrize("mutate", MUTATIONS.values(), ids=MUTATIONS)
-@pytest.mark.parametrize("filters", [{"eval_pool": EvalPool.SUBMITTED}, {"function_family": "x"}])
+@pytest.mark.parametrize(
+    "filters", [{"eval_pool": EvalPool.SUBMITTED}, {"function_family": "x"}], ids=["pool", "family"]
+)
 def test_filters_walk_a_changing_list_as_a_for_loop_does(mutate, filters):
     watched = "submitted" if "eval_pool" in filters else "function_metadata"
     expected_list, expected = history(watched, mutate, 2)

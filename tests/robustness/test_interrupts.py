@@ -6,6 +6,7 @@ import itertools
 import signal
 
 import pytest
+from kestrune import search_analytics
 from kestrune.search_analytics import EvalPool
 from support.children import run_child
 from support.operations import WALKS, walk
@@ -204,6 +205,36 @@ def test_a_signal_handler_may_change_the_history(name):
         signal.setitimer(signal.ITIMER_REAL, 0)
         signal.signal(signal.SIGALRM, before)
     assert type(calls[0]).__name__.endswith("Result")
+
+
+def test_a_helper_that_a_signal_handler_replaces_among_pairs_counts_at_once(monkeypatch):
+    """The history is too short for the handler to have run between two records only."""
+
+    class Record:
+        def __init__(self, **values):
+            for key, value in values.items():
+                setattr(self, key, value)
+
+    calls = []
+    original = search_analytics._usage_value
+
+    def replacement(*arguments):
+        calls.append(arguments)
+        return original(*arguments)
+
+    def handler(number, frame):
+        monkeypatch.setattr(search_analytics, "_usage_value", replacement)
+
+    items = [{"function_name": f"function {index:03}"} for index in range(120)]
+    evals = [Record(**vars(evaluation(function_metadata=items))) for _ in range(1000)]
+    before = signal.signal(signal.SIGALRM, handler)
+    try:
+        signal.setitimer(signal.ITIMER_REAL, 0.005)
+        engine_over(evals).get_correlation_patterns()
+    finally:
+        signal.setitimer(signal.ITIMER_REAL, 0)
+        signal.signal(signal.SIGALRM, before)
+    assert calls
 
 
 def test_a_pending_interrupt_does_not_spoil_a_short_call():

@@ -156,7 +156,7 @@ DOCUMENTED = {
 
 
 @pytest.mark.parametrize(("name", "text"), DOCUMENTED.items(), ids=DOCUMENTED)
-def test_documentation(name, text):
+def test_functions_carry_their_documentation(name, text):
     assert function(search_analytics, name).__doc__ == text
 
 

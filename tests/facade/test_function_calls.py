@@ -224,7 +224,7 @@ def test_a_module_function_binds_as_a_method():
     assert Owner.lookup is search_analytics._get_attr_or_item
 
 
-def test_descriptor_protocol():
+def test_functions_bind_as_descriptors():
     native = search_analytics._usage_value
     assert native.__get__(None, int) is native
     assert native.__get__(1).__self__ == 1

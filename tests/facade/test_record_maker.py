@@ -1,15 +1,58 @@
-"""Record classes that a caller changed in place: honoured, as by a plain module."""
+"""Result records: every field filled, in order; a class that a caller changed is honoured."""
 
 from __future__ import annotations
 
+import dataclasses
 import gc
 import pickle
+from collections.abc import Iterator
 from types import SimpleNamespace
+from typing import Any
 
 import kestrune.search_analytics as search_analytics
 import pytest
 from kestrune.search_analytics import StatsRow, WindowStats
 from support.parts import engine_over, using
+from support.signatures import OPERATIONS
+
+HISTORIES = {
+    "no evaluation": [],
+    "a recent one": [using("f", "g")],
+    "one in two windows of four": [using("f", "g", timestamp=0.0)],
+}
+
+
+def answered_records(evaluations: list[Any]) -> Iterator[Any]:
+    """Every record in the answers to all questions about `evaluations`."""
+    engine = engine_over(evaluations, eras=[], universes=[])
+    for name, (parameters, _) in OPERATIONS.items():
+        arguments = {"min_sample_size": 0} if "min_sample_size" in parameters else {}
+        yield from records_in(getattr(engine, name)(**arguments))
+
+
+def records_in(value: Any) -> Iterator[Any]:
+    """A record, and every record below it."""
+    if dataclasses.is_dataclass(value):
+        yield value
+        value = vars(value)
+    if isinstance(value, dict):
+        value = list(value.values())
+    if isinstance(value, (list, tuple)):
+        for item in value:
+            yield from records_in(item)
+
+
+@pytest.mark.parametrize("evaluations", HISTORIES.values(), ids=HISTORIES)
+def test_every_field_of_an_answer_is_filled_in_the_order_of_its_class(evaluations):
+    for record in answered_records(evaluations):
+        assert list(vars(record)) == [field.name for field in dataclasses.fields(record)]
+
+
+def test_the_answers_hold_records_of_every_class():
+    answered = {
+        type(record) for history in HISTORIES.values() for record in answered_records(history)
+    }
+    assert answered == set(filter(dataclasses.is_dataclass, vars(search_analytics).values()))
 
 
 def rows(count: int = 300) -> list[StatsRow]:

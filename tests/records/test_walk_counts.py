@@ -1,0 +1,226 @@
+"""Ordinary records are read in place, and those that may run code are asked: counted.
+
+Builds with assertions count how many records were peeked at and how many were asked. A quick way
+that is never taken gives right answers, slowly: only counting shows it.
+"""
+
+from __future__ import annotations
+
+import sys
+import time
+from collections.abc import Callable, Iterable
+from dataclasses import dataclass, make_dataclass
+from types import SimpleNamespace
+from typing import Any
+
+import pytest
+from kestrune import search_analytics
+from support.parts import pool
+from support.records import ATTRIBUTES, HistoryTracker
+
+SearchAnalytics = search_analytics.SearchAnalytics
+FUNCTION_TYPE: Any = type(search_analytics.get_search_stats)
+KNOWS_LAYOUT = (3, 11) <= sys.version_info < (3, 14) and sys.maxsize > 2**32
+NUMBER = 500
+
+pytestmark = pytest.mark.skipif(
+    not hasattr(FUNCTION_TYPE, "walk_counts"), reason="only builds with assertions count"
+)
+
+
+def set_each(record: Any, **values: Any) -> None:
+    for name, value in values.items():
+        setattr(record, name, value)
+
+
+INSTANCE = type("Instance", (), {"__init__": set_each})
+SLOTS = type("Slots", (), {"__slots__": ATTRIBUTES, "__init__": set_each})
+DATA = make_dataclass("Data", [(name, object, None) for name in ATTRIBUTES])
+
+
+def with_own_dictionary(**values: Any) -> Any:
+    record = INSTANCE()
+    vars(record).update(values)
+    return record
+
+
+OWN_DICTIONARY: dict[str, Callable[..., Any]] = {"own dictionary": with_own_dictionary}
+# From 3.13 on an instance keeps its array beside the dictionary that somebody asked for.
+KEEPS_ARRAY = sys.version_info >= (3, 13)
+
+IN_PLACE: dict[str, Callable[..., Any]] = {
+    "instance": INSTANCE,
+    "slots": SLOTS,
+    "data class": DATA,
+    **(OWN_DICTIONARY if KEEPS_ARRAY else {}),
+}
+"""Kinds of records whose attributes have places that we know."""
+
+
+def item(side: str, number: int) -> dict[str, Any]:
+    return {
+        f"{side}_name": f"{side} {number % 7}",
+        f"{side}_family": f"family {number % 3}",
+        f"{side}_subfamily": f"subfamily {number % 5}",
+    }
+
+
+def values_of(number: int, now: float) -> dict[str, Any]:
+    """What an ordinary evaluation holds: floats, a bool, dictionaries of strings in lists."""
+    return {
+        **dict.fromkeys(ATTRIBUTES),
+        "era_id": "2012",
+        "timestamp": now - 60.0 * number,
+        "submitted": number % 2 == 0,
+        "passed_thresholds": number % 3 == 0,
+        **dict.fromkeys(("sharpe", "returns", "turnover", "drawdown", "correlation"), number / 7),
+        "function_metadata": [item("function", number), item("function", number + 1)],
+        "feature_metadata": [item("feature", number)],
+        "tree_depth": number % 4,
+        "eval_type": "signal",
+        "eval_id": str(number),
+    }
+
+
+def records_of(make: Callable[..., Any], **overrides: Any) -> list[Any]:
+    now = time.time()
+    return [make(**{**values_of(number, now), **overrides}) for number in range(NUMBER)]
+
+
+@dataclass(frozen=True)
+class Question:
+    """A question, and how many walks over all records and over some of them it takes."""
+
+    name: str
+    arguments: dict[str, Any]
+    full_walks: int
+    partial_walks: int = 0
+
+
+QUESTIONS = [
+    Question("get_search_stats", {"min_sample_size": 1}, 1),
+    Question("get_search_stats", {"min_sample_size": 1, "era_id": "2012"}, 1),
+    Question(
+        "get_search_stats",
+        {"min_sample_size": 1, "aggregate_by": search_analytics.AggregateBy.NONE},
+        1,
+    ),
+    Question("get_suggestions", {"min_sample_size": 1}, 1),
+    Question("get_search_patterns", {}, 1),
+    Question("get_search_patterns", {"eval_pool": search_analytics.EvalPool.SUBMITTED}, 1, 1),
+    Question(
+        "get_search_patterns", {"function_family": "family 0", "feature_family": "family 1"}, 1, 1
+    ),
+    Question("get_correlation_patterns", {}, 2),
+    Question("get_search_velocity", {}, 1),
+]
+
+
+def name_of(question: Question) -> str:
+    return "-".join([question.name, *map(str, question.arguments)])
+
+
+def walk_counts(question: Question, evals: Iterable[Any]) -> tuple[int, int]:
+    """How many records answering it peeked at, and how many it asked."""
+    engine = SearchAnalytics(HistoryTracker(evals), [pool()])
+    peeked, asked = FUNCTION_TYPE.walk_counts()
+    getattr(engine, question.name)(**question.arguments)
+    after = FUNCTION_TYPE.walk_counts()
+    return after[0] - peeked, after[1] - asked
+
+
+def walks_of(question: Question) -> int:
+    return question.full_walks + question.partial_walks
+
+
+@pytest.mark.skipif(not KNOWS_LAYOUT, reason="nothing is read in place on this version")
+@pytest.mark.parametrize("question", QUESTIONS, ids=name_of)
+@pytest.mark.parametrize("make", IN_PLACE.values(), ids=IN_PLACE)
+def test_ordinary_records_are_read_in_place(question: Question, make: Callable[..., Any]) -> None:
+    peeked, asked = walk_counts(question, records_of(make))
+    # Each walk asks the first record, and learns from it; velocity asks none.
+    assert asked <= walks_of(question)
+    assert peeked >= question.full_walks * (NUMBER - 1)
+
+
+@pytest.mark.skipif(not KNOWS_LAYOUT, reason="nothing is read in place on this version")
+@pytest.mark.parametrize("question", QUESTIONS, ids=name_of)
+def test_records_of_another_kind_are_learned_when_they_come(question: Question) -> None:
+    evals = [*records_of(INSTANCE), *records_of(SLOTS), *records_of(INSTANCE)]
+    _, asked = walk_counts(question, evals)
+    if question.name == "get_search_velocity":
+        # It begins again, window by window: time stamps, and the flags of those in the window.
+        assert asked <= 3 * (3 + 3)
+    else:
+        assert asked <= 3 * walks_of(question)
+
+
+class Properties:
+    """A record whose attributes run code."""
+
+    def __init__(self, **values: Any) -> None:
+        self._values = values
+
+
+for _name in ATTRIBUTES:
+    setattr(Properties, _name, property(lambda record, name=_name: record._values[name]))
+
+
+class Overriding(INSTANCE):  # type: ignore[misc, valid-type]
+    """A record whose class looks attributes up in its own way."""
+
+    def __getattribute__(self, name: str) -> Any:
+        return object.__getattribute__(self, name)
+
+
+ASKED: dict[str, Callable[..., Any]] = {
+    "properties": Properties,
+    "own look-up": Overriding,
+    "namespace": SimpleNamespace,
+    **({} if KEEPS_ARRAY else OWN_DICTIONARY),
+}
+"""Kinds of records that have to be asked."""
+
+
+@pytest.mark.parametrize("question", QUESTIONS, ids=name_of)
+@pytest.mark.parametrize("make", ASKED.values(), ids=ASKED)
+def test_other_records_are_asked(question: Question, make: Callable[..., Any]) -> None:
+    peeked, asked = walk_counts(question, records_of(make))
+    assert peeked == 0
+    assert asked >= question.full_walks * NUMBER
+
+
+class Truth:
+    """A flag that is true in its own way."""
+
+    def __bool__(self) -> bool:
+        return True
+
+
+@pytest.mark.parametrize(
+    ("name", "value", "questions"),
+    [
+        ("passed_thresholds", Truth(), QUESTIONS),
+        ("turnover", 3, QUESTIONS[:4]),
+        ("timestamp", 3, [*QUESTIONS[:4], QUESTIONS[-1]]),
+        ("tree_depth", Truth(), QUESTIONS[4:7]),
+        ("function_metadata", ({"function_name": "a"},), [*QUESTIONS[:5], QUESTIONS[7]]),
+        ("function_metadata", [{"function_name": 3}], [*QUESTIONS[:5], QUESTIONS[7]]),
+        ("per_column_stats", {1: 2.0, "a": 1.0}, QUESTIONS[:4]),
+    ],
+    ids=["flag", "int", "time", "depth", "tuple of items", "name", "table"],
+)
+def test_values_of_other_types_are_asked_for(
+    name: str, value: Any, questions: list[Question]
+) -> None:
+    for question in questions:
+        asked_for = question.name != "get_search_patterns" or not question.arguments
+        if asked_for:
+            _, asked = walk_counts(question, records_of(INSTANCE, **{name: value}))
+            assert asked >= NUMBER, name_of(question)
+
+
+def test_a_yield_analysis_asks_for_what_it_hands_on() -> None:
+    question = Question("get_yield_analysis", {}, 1)
+    _, asked = walk_counts(question, records_of(INSTANCE))
+    assert asked >= NUMBER

@@ -1,0 +1,173 @@
+"""Where the module admits to differ from one written in Python: these differences, and no more."""
+
+from __future__ import annotations
+
+import importlib
+import inspect
+import sys
+import types
+import warnings
+from enum import Enum
+from types import SimpleNamespace
+
+import kestrune.search_analytics as search_analytics
+import pytest
+from support.operations import WALKS, walk
+from support.parts import engine_over, evaluation
+
+
+def refused(*_: object, **__: object) -> None:
+    """Stand in for what must not be called."""
+    raise AssertionError("called")
+
+
+@pytest.mark.parametrize("name", WALKS)
+def test_built_in_functions_set_in_the_namespace_are_not_called(name, monkeypatch):
+    expected = walk(engine_over([evaluation()]), name)
+    for function in ("len", "sorted", "list", "set", "isinstance", "getattr", "sum", "max"):
+        monkeypatch.setattr(search_analytics, function, refused, raising=False)
+    assert walk(engine_over([evaluation()]), name) == expected
+
+
+def test_a_reload_keeps_replacements_and_the_shared_engine(monkeypatch):
+    monkeypatch.setattr(search_analytics, "_DEFAULT_ANALYTICS_HISTORY_LIMIT", 7)
+    monkeypatch.setattr(search_analytics, "_singleton", "an engine")
+    assert importlib.reload(search_analytics) is search_analytics
+    assert search_analytics._DEFAULT_ANALYTICS_HISTORY_LIMIT == 7
+    assert search_analytics._singleton == "an engine"
+
+
+def history_seen_by(look):
+    """Return what `look` finds while a tracker that calls it is asked for its history."""
+    seen = []
+    tracker = SimpleNamespace(get_evaluation_history=lambda **_: seen.append(look()) or [])
+    pools = [SimpleNamespace(name="core", is_correlation_threshold=0.5)]
+    search_analytics.SearchAnalytics(tracker, pools).get_search_patterns()
+    return seen[0]
+
+
+def test_functions_have_no_frames():
+    frames = history_seen_by(lambda: [frame.function for frame in inspect.stack(0)])
+    assert frames[:3] == ["<lambda>", "<lambda>", "history_seen_by"]
+
+
+def test_functions_are_missing_from_tracebacks():
+    tracker = SimpleNamespace(get_evaluation_history=refused)
+    pools = [SimpleNamespace(name="core", is_correlation_threshold=0.5)]
+    engine = search_analytics.SearchAnalytics(tracker, pools)
+    with pytest.raises(AssertionError, match="called") as caught:
+        engine.get_search_patterns()
+    names = [entry.name for entry in caught.traceback]
+    assert names == ["test_functions_are_missing_from_tracebacks", "refused"]
+
+
+def test_functions_are_not_traced():
+    called = []
+
+    def profile(frame, event, _):
+        if event == "call":
+            called.append(frame.f_code.co_name)
+
+    engine = engine_over([])
+    before = sys.getprofile()
+    sys.setprofile(profile)
+    try:
+        engine.get_search_patterns()
+    finally:
+        sys.setprofile(before)
+    assert called
+    assert "get_search_patterns" not in called
+    assert "_fetch_evaluations" not in called
+
+
+def test_levels_of_a_warning_count_past_the_functions():
+    with pytest.warns(UserWarning, match="here") as caught:
+        history_seen_by(lambda: warnings.warn("here", stacklevel=3))
+    assert [entry.filename for entry in caught] == [__file__]
+
+
+def test_code_cannot_be_replaced_and_there_is_no_source():
+    function = search_analytics.get_search_stats
+    with pytest.raises((AttributeError, TypeError)):
+        function.__code__ = refused.__code__
+    with pytest.raises(OSError, match="source"):
+        inspect.getsource(function)
+
+
+def test_the_type_of_a_function_is_not_what_its_class_says():
+    function = search_analytics.get_search_stats
+    assert function.__class__ is types.FunctionType
+    assert type(function) is not types.FunctionType
+
+
+def test_the_candidates_are_no_generator_of_the_interpreter():
+    candidates = search_analytics._candidate_era_configs({}, None, None)
+    assert not inspect.isgenerator(candidates)
+    assert not isinstance(candidates, types.GeneratorType)
+    assert not hasattr(candidates, "gi_frame")
+    with pytest.raises(AttributeError):
+        candidates.__name__ = "other"
+
+
+def test_classes_note_no_first_line():
+    """Ordinary classes do from 3.13 on."""
+    assert not hasattr(search_analytics.SearchAnalytics, "__firstlineno__")
+
+
+def test_a_missing_name_is_only_in_the_text_of_its_error(monkeypatch):
+    monkeypatch.delattr(search_analytics, "_DEFAULT_ANALYTICS_HISTORY_LIMIT")
+    with pytest.raises(NameError, match="_DEFAULT_ANALYTICS_HISTORY_LIMIT") as caught:
+        engine_over([]).get_search_patterns()
+    assert caught.value.name is None
+
+
+class LoggingName(str):
+    """A name that notes each comparison."""
+
+    def __new__(cls, text, log):
+        made = super().__new__(cls, text)
+        made.log = log
+        return made
+
+    __hash__ = str.__hash__
+
+    def __eq__(self, other):
+        self.log.append(other)
+        return str.__eq__(self, other)
+
+
+def test_a_name_of_the_namespace_that_logs_is_compared_less_often():
+    records = 50
+    evals = [evaluation() for _ in range(records)]
+    namespace = vars(search_analytics)
+    compared = []
+    original = namespace.pop("_usage_value")
+    namespace[LoggingName("_usage_value", compared)] = original
+    try:
+        walk(engine_over(evals), "get_search_patterns")
+    finally:
+        del namespace["_usage_value"]
+        namespace["_usage_value"] = original
+    # In plain Python once for every item of every record, at least.
+    assert 0 < len(compared) < records
+
+
+def test_a_getter_changed_inside_the_enumeration_machinery_is_not_noticed():
+    getter = vars(Enum)["value"]
+    usual = getter.fget
+
+    class Changing:
+        def __getattr__(self, name):
+            if name == "sharpe":
+                getter.fget = lambda member: ("function", "feature")
+            return getattr(evaluation(), name)
+
+    evals = [evaluation(), Changing(), evaluation()]
+    try:
+        result = engine_over(evals).get_search_stats(min_sample_size=0)
+    finally:
+        getter.fget = usual
+    assert result.total_groups == 1
+    by_name = search_analytics.AggregateBy.FUNCTION_FEATURE
+    renamed = engine_over(evals[:1]).get_search_stats(min_sample_size=0, aggregate_by=by_name)
+    assert renamed.rows[0].group_key != result.rows[0].group_key
