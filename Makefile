@@ -4,6 +4,7 @@
 PYTHON ?= python3
 VENV ?= .venv
 BUILD ?= build/release
+DEBUG ?= build/debug
 DATABASE ?= sqlite
 QUICK ?=
 ARGS ?=
@@ -30,7 +31,7 @@ MAKEFLAGS += --no-builtin-rules --no-print-directory
 .PHONY: help
 help: ## list the targets
 	@awk 'BEGIN {FS = ":.*## "} /^##@/ {printf "\n%s\n", substr($$0, 5)} \
-	    /^[a-z]+:.*## / {printf "  make %-10s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
+	    /^[a-z]+:.*## / {printf "  make %-12s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
 	@printf '\nOptions: PYTHON=python3.12 (interpreter), VENV=folder, ARGS="-k name" (for pytest)\n\n'
 
 .PHONY: demo
@@ -50,7 +51,7 @@ test: build $(STAMPS)/test ## run the whole test suite in dev mode
 	@echo "make test: built $(BUILD), installed it into $(VENV), ran the tests with $$($(PY) --version)."
 
 .PHONY: check
-check: ## do what CI does: tests, lint, sanitizers, other CPythons, a quick benchmark
+check: ## do what CI does: tests, lint, sanitizers, assertions, other CPythons, a quick benchmark
 	@.ci/run
 
 .PHONY: matrix
@@ -59,7 +60,9 @@ matrix: $(STAMPS)/venv ## run the tests on every CPython found (SKIP=3.11 leaves
 	@failed=; while read -r version python; do \
 	    echo "== CPython $$version: $$python"; \
 	    $(MAKE) test PYTHON="$$python" VENV="build/matrix/$$version/venv" \
-	        BUILD="build/matrix/$$version/release" < /dev/null || failed="$$failed $$version"; \
+	        BUILD="build/matrix/$$version/release" < /dev/null && \
+	    $(MAKE) debug ARGS=tests/records PYTHON="$$python" VENV="build/matrix/$$version/venv" \
+	        DEBUG="build/matrix/$$version/debug" < /dev/null || failed="$$failed $$version"; \
 	done < build/pythons.txt; \
 	if [ -n "$$failed" ]; then echo "make matrix: tests failed on CPython$$failed."; exit 1; fi
 	@echo "make matrix: tests passed on CPython $$(cut -d' ' -f1 build/pythons.txt | xargs)."
@@ -92,6 +95,15 @@ sanitize: build/asan/build.ninja $(STAMPS)/test ## run the tests on a build that
 	$(STRICT) -m pytest -m "not leaks" --ignore=tests/packaging --ignore=tests/lint $(ARGS)
 	@echo "make sanitize: ran the tests under the address and undefined-behaviour sanitizers."
 
+.PHONY: debug
+debug: $(DEBUG)/build.ninja $(STAMPS)/test ## run the tests of records on a build with assertions
+	@MAKEFLAGS= cmake --build $(DEBUG)
+	@cmake --install $(DEBUG) --prefix $(DEBUG)/site > /dev/null
+	@export PYTHONPATH="$(abspath $(DEBUG))/site"; \
+	$(STRICT) -c 'import kestrune.search_analytics as s; assert "/debug/" in s.__spec__.origin' && \
+	$(STRICT) -m pytest $(or $(ARGS),tests/records tests/tables tests/engine tests/analytics)
+	@echo "make debug: ran the tests on a build with assertions, with $$($(PY) --version)."
+
 .PHONY: leaks
 leaks: build $(STAMPS)/test ## repeat every call until its memory blocks settle
 	@$(STRICT) -m pytest -m leaks $(ARGS)
@@ -110,6 +122,10 @@ coverage: build/coverage/build.ninja $(STAMPS)/test $(STAMPS)/coverage ## show w
 .PHONY: bench
 bench: build $(STAMPS)/bench ## time the extension against its rivals (QUICK=1: under a minute)
 	@$(PY) benchmarks/run.py $(if $(QUICK),--quick)
+
+.PHONY: instructions
+instructions: build ## count the machine instructions of each question (ARGS="--only text"; valgrind)
+	@$(PY) benchmarks/instructions.py $(ARGS)
 
 .PHONY: clean
 clean: ## remove everything that make made
@@ -142,6 +158,9 @@ CONFIGURE = cmake --preset $(1) -B $(2) -DPython_EXECUTABLE="$(abspath $(PY))" \
 
 $(BUILD)/build.ninja: CMakePresets.json $(STAMPS)/build
 	@$(call CONFIGURE,release,$(BUILD))
+
+$(DEBUG)/build.ninja: CMakePresets.json $(STAMPS)/build
+	@$(call CONFIGURE,debug,$(DEBUG))
 
 build/asan/build.ninja: CMakePresets.json $(STAMPS)/build
 	@$(call CONFIGURE,asan,build/asan)
