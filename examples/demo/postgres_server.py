@@ -8,6 +8,7 @@ folder only. Leaving the `with` block stops it and removes the folder.
         psycopg.connect(server.url)
 """
 
+import contextlib
 import importlib.util
 import os
 import pwd
@@ -123,7 +124,7 @@ class PostgresServer:
                 process.wait(STOP_SECONDS)
         folder, self._folder = self._folder, None
         if folder is not None:
-            shutil.rmtree(folder)
+            _remove(folder)
 
 
 def _program_folders() -> list[Path]:
@@ -176,10 +177,45 @@ def _runs(programs: Path, account: dict[str, Any]) -> bool:
 
 
 def _run(command: list[Any], account: dict[str, Any]) -> None:
-    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, **account)
-    if done.returncode != 0:
-        text = done.stdout.decode(errors="replace")
+    """Run a program to its end. One that is interrupted takes its children along.
+
+    initdb has a server write the first data; left alone, that goes on writing into the folder
+    while it is removed.
+    """
+    with subprocess.Popen(
+        command,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        start_new_session=True,
+        **account,
+    ) as process:
+        try:
+            output, _ = process.communicate()
+        except BaseException:
+            _end_group(process)
+            raise
+    if process.returncode != 0:
+        text = output.decode(errors="replace")
         raise PostgresServerError(f"{command[0]} failed:\n{text[-2000:]}")
+
+
+def _end_group(leader: subprocess.Popen[bytes]) -> None:
+    """End a process and all that it started in its session."""
+    with contextlib.suppress(ProcessLookupError):
+        os.killpg(leader.pid, signal.SIGKILL)
+    leader.wait()
+
+
+def _remove(folder: Path) -> None:
+    """Remove a folder into which a program that was just ended may still have been writing."""
+    deadline = time.monotonic() + STOP_SECONDS
+    while folder.exists():
+        try:
+            shutil.rmtree(folder)
+        except OSError:
+            if time.monotonic() > deadline:
+                raise
+            time.sleep(0.05)
 
 
 def _account() -> dict[str, Any]:
