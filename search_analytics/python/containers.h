@@ -74,6 +74,15 @@ inline PyObject* tuple_item(Arg tuple, Py_ssize_t place) {
     return PyTuple_GET_ITEM(tuple.get(), place);
 }
 
+// The two items of a pair. Python code can reach what holds it, and is not trusted to leave it
+// alone.
+inline std::pair<Ref, Ref> as_pair(Arg value) {
+    if (!is_exact_tuple(value) || tuple_size(value) != 2) [[unlikely]] {
+        raise(PyExc_RuntimeError, "a private dictionary was changed");
+    }
+    return {Ref::share(tuple_item(value, 0)), Ref::share(tuple_item(value, 1))};
+}
+
 // object[key], by whatever the object's type makes of it
 inline Ref item(Arg object, Arg key) { return Ref::steal(PyObject_GetItem(object, key)); }
 inline Ref item(Arg object, Py_ssize_t index) { return item(object, new_int(index)); }

@@ -61,24 +61,29 @@ void PairTable::add_sorted(const Ref& ordered, bool is_pass) {
     }
 }
 
-// Looks the pair up and stores it each time, as counts that are values in a dictionary are.
+Ref PairTable::count_tuple(const PassCounts& counts) {
+    return tuple_of(new_int(counts.total), new_int(counts.passed));
+}
+
+PassCounts PairTable::pass_counts(Arg tuple) {
+    const auto [total, passed] = as_pair(tuple);
+    return {as_count(total), as_count(passed)};
+}
+
+// dict[tuple] = (total + 1, passed + is_pass), of dict.get(tuple, (0, 0))
 void PairTable::add_tuple(const Ref& tuple, bool is_pass) {
-    const auto known = dict_entry(numbers_, tuple);
-    const std::size_t number = known ? as_place(*known, pairs_.size()) : pairs_.size();
-    set_item(numbers_, tuple, new_int(static_cast<Py_ssize_t>(number)));
-    if (!known) {
-        pairs_.emplace_back();
-    }
-    pairs_[number].counts.add(is_pass);
+    const auto known = dict_entry(counts_, tuple);
+    PassCounts counts = known ? pass_counts(*known) : PassCounts();
+    counts.add(is_pass);
+    set_item(counts_, tuple, count_tuple(counts));
 }
 
 void PairTable::become_tuples() {
-    Ref numbers = new_dict();
-    Py_ssize_t number = 0;
-    for (const PairNames& names : pair_names_) {
-        set_item(numbers, tuple_of(names.first, names.second), new_int(number++));
-    }
-    numbers_ = std::move(numbers);
+    Ref counts = new_dict();
+    for_each_pair([&](Arg first, Arg second, const PassCounts& pair) {
+        set_item(counts, tuple_of(first, second), count_tuple(pair));
+    });
+    counts_ = std::move(counts);
 }
 
 std::vector<std::size_t> PairTable::best(std::size_t count) const {

@@ -18,7 +18,7 @@ class PairTable {
     template <typename Passes>
     bool add(NameSet& names, Passes&& passes);
 
-    std::size_t size() const { return is_exact() ? pairs_.size() : dict_size(numbers_); }
+    std::size_t size() const { return is_exact() ? pairs_.size() : dict_size(counts_); }
 
     // Calls `visit` with the names of every pair, the objects that they were when the pair first
     // occurred, and its counts, in order.
@@ -26,7 +26,7 @@ class PairTable {
     void for_each_pair(Visit&& visit) const;
 
     // Whether all names are exact strings so far, which are ordered without running code.
-    bool is_exact() const { return numbers_.empty(); }
+    bool is_exact() const { return counts_.empty(); }
 
     // The same for the first `count` pairs by passed co-occurrences, most first, ties by their
     // names. REQUIRES: is_exact().
@@ -74,15 +74,18 @@ class PairTable {
     void become_tuples();
     void add_sorted(const Ref& ordered, bool is_pass);
     void add_tuple(const Ref& tuple, bool is_pass);
+    static Ref count_tuple(const PassCounts& counts);
+    static PassCounts pass_counts(Arg tuple);
 
     NameTable names_;
     std::vector<PairCounts> pairs_;
     std::deque<PairNames> pair_names_;
     Slots slots_;
 
-    // Once exact strings do not do any more: tuple to number. A tuple may be stored under a new
-    // number, as dictionaries compare when they look up and again when they store.
-    Ref numbers_;
+    // Once exact strings do not do any more: tuple of names to tuple of counts. These are values, not
+    // places: dictionaries compare when they look up and again when they store, and may find two
+    // entries for one pair.
+    Ref counts_;
 
     std::vector<RowName> row_;
     SignalWatch signals_;
@@ -96,10 +99,9 @@ void PairTable::for_each_pair(Visit&& visit) const {
         }
         return;
     }
-    for_each(items_of_dict(numbers_), [&](PyObject* entry) {
-        PyObject* names = tuple_item(entry, 0);
-        visit(tuple_item(names, 0), tuple_item(names, 1),
-              pairs_[as_place(tuple_item(entry, 1), pairs_.size())].counts);
+    for_each(items_of_dict(counts_), [&](PyObject* entry) {
+        const auto [first, second] = as_pair(tuple_item(entry, 0));
+        visit(first, second, pass_counts(tuple_item(entry, 1)));
     });
 }
 

@@ -94,6 +94,33 @@ def test_names_that_are_equal_by_turns(
     assert_same(build)
 
 
+class FickleInt(int):
+    """A name with a hash of choice that denies twice or more that it equals another."""
+
+    answers: list[bool]
+
+    def __eq__(self, other: object) -> bool:
+        return (self.answers.pop(0) if self.answers else True) and int.__eq__(self, other)
+
+    __hash__ = int.__hash__
+
+
+# The hashes of these pairs lead a dictionary of eight places past the same entry twice, so that
+# looking a pair up finds another entry than storing it does.
+@pytest.mark.parametrize(("value", "places"), [(829, (0, 1)), (829, (0, 1, 2)), (15, (1, 2))])
+def test_pairs_that_are_stored_elsewhere_than_they_were_found(
+    value: int, places: tuple[int, ...]
+) -> None:
+    def build(w: World) -> Call:
+        names: list[int] = [value] * 4
+        for place in places:
+            names[place] = FickleInt(value)
+            names[place].answers = [False] * 3  # type: ignore[attr-defined]
+        return call(w, [using([name, 100000]) for name in names], "get_correlation_patterns")
+
+    assert_same(build)
+
+
 @EVERY_ANSWER
 def test_group_keys_that_are_equal_by_turns(answers: tuple[bool, ...]) -> None:
     def build(w: World) -> Call:
