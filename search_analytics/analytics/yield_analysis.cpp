@@ -71,6 +71,9 @@ struct Failure {
 bool Failure::is_marked_tampering(const Names& names) const {
     constexpr std::string_view kWord = "tamper";
     // Texts that are joined do not hold the word between them: there are blanks in between.
+    for (const Ref& text : texts) {
+        note_work(is_exact_str(text) ? text_length(text) : 0);
+    }
     if (std::ranges::all_of(texts, is_none_or_ascii)) {
         return std::ranges::any_of(
             texts, [&](const Ref& text) { return !text.is_none() && mentions(text, kWord); });

@@ -97,6 +97,7 @@ class UsageFilter {
     bool ask(PyObject* ev) {
         bool found = false;
         for_each_until(usage_.items(ev, side_), [&](PyObject* item) {
+            note_work(wanted_is_str_ ? text_length(wanted_) : 0);
             found = truth(as_generator_body(
                 [&] { return comparison(usage_.value(item, key_, side_), wanted_, Py_EQ); }));
             return !found;

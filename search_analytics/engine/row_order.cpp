@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "names/names.h"
+#include "python/turns.h"
 
 namespace search_analytics {
 
@@ -63,14 +64,16 @@ bool sort_original_rows(const Names& names, const Ref& rows, Direction direction
             return false;
         }
         ranking.push_back(*row);
+        take_turns_after(kWorkOfRecord);
     }
-    std::ranges::stable_sort(ranking, [&](const RankedRow& left, const RankedRow& right) {
+    const auto is_before = [&](const RankedRow& left, const RankedRow& right) {
         if (left.score != right.score) {
             return direction == Direction::kAscending ? left.score < right.score
                                                       : left.score > right.score;
         }
         return left.count > right.count;
-    });
+    };
+    std::ranges::stable_sort(ranking, in_turns(is_before));
     for (std::size_t i = 0; i < ranking.size(); ++i) {
         set_list_item(rows, static_cast<Py_ssize_t>(i), list_item(unsorted, ranking[i].position));
     }

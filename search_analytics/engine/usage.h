@@ -28,7 +28,7 @@ class UsageReader {
     // Calls `visit` with the value under `key` of each item of `record`, borrowed, until it returns
     // false. Returns whether all that were visited could be peeked at and are exact strings that
     // say something (an empty one counts as no name where pairs are formed); if not, `visit` may
-    // have seen some nevertheless.
+    // have seen some nevertheless. Peeks at no more than it can without taking turns.
     template <typename Visit>
     bool peek(const View& view, Side side, Entry& key, Visit&& visit) const;
 
@@ -42,6 +42,8 @@ class UsageReader {
     const Attribute& metadata(Side side) const { return of(side).metadata; }
 
    private:
+    static constexpr std::size_t kMostPeekedItems = 4096;
+
     struct Readers {
         Readers(const ModuleState& state, PyObject* items_function, PyObject* metadata,
                 PyObject* names, PyObject* name_key);
@@ -66,13 +68,17 @@ template <typename Visit>
 bool UsageReader::peek(const View& view, Side side, Entry& key, Visit&& visit) const {
     const Readers& readers = of(side);
     PyObject* items = readers.may_peek ? readers.metadata.peek_if_known(view) : nullptr;
-    if (items == nullptr || !is_exact_list(items) || list_size(items) == 0) {
+    if (items == nullptr || !is_exact_list(items)) {
         return false;
     }
     const auto count = static_cast<std::size_t>(list_size(items));
+    if (count - 1 >= kMostPeekedItems) {
+        return false;
+    }
+    note_work(count * kWorkOfItem);
     for (PyObject* item : std::span(items_in_place(items), count)) {
         PyObject* value = key.peek(item);
-        if (value == nullptr || !is_exact_str(value) || is_empty_text(value)) {
+        if (value == nullptr || !is_exact_str(value) || !is_short_name(value)) {
             return false;
         }
         if (!visit(value)) {

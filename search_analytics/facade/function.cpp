@@ -7,6 +7,7 @@
 
 #include "facade/function_object.h"
 #include "python/containers.h"
+#include "python/turns.h"
 
 namespace search_analytics {
 
@@ -105,6 +106,8 @@ Ref call_bound(FunctionObject* function, PyObject* const* arguments, std::size_t
     const Call call(state_of(function->module), function->parameter_names, bound,
                     function->description->name);
     const RecursionGuard guard;
+    // As every function in Python does, for those who call it in a loop: a sort its key, say.
+    take_turns_after(kWorkOfStep);
     return function->implementation(call);
 }
 

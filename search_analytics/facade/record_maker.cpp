@@ -1,6 +1,8 @@
 // Making result records.
 #include "facade/record_maker.h"
 
+#include "python/turns.h"
+
 namespace search_analytics {
 
 namespace {
@@ -40,6 +42,7 @@ bool RecordMaker::knows_class() const {
 }
 
 void RecordMaker::prepare() {
+    take_turns_after(kWorkOfRecord);
     const std::uint64_t version = compat::dict_version(state_.globals());
     if (version != 0 && version == globals_version_ && knows_class()) {
         return;

@@ -99,4 +99,26 @@ inline void restore_raised_exception(PyObject* exception) {
 #endif
 }
 
+// From here on until resume_tracing(), this thread's tracers and profilers see nothing.
+inline void pause_tracing() {
+    PyThreadState* thread = PyThreadState_Get();
+#if PY_VERSION_HEX >= 0x030B0000
+    PyThreadState_EnterTracing(thread);
+#else
+    ++thread->tracing;
+    thread->cframe->use_tracing = 0;
+#endif
+}
+
+inline void resume_tracing() {
+    PyThreadState* thread = PyThreadState_Get();
+#if PY_VERSION_HEX >= 0x030B0000
+    PyThreadState_LeaveTracing(thread);
+#else
+    --thread->tracing;
+    thread->cframe->use_tracing =
+        thread->c_tracefunc != nullptr || thread->c_profilefunc != nullptr ? 1 : 0;
+#endif
+}
+
 }  // namespace search_analytics::compat

@@ -2,41 +2,9 @@
 #pragma once
 
 #include "python/containers.h"
+#include "python/turns.h"
 
 namespace search_analytics {
-
-// How many items a long loop handles between two looks for signals (Ctrl-C).
-inline constexpr Py_ssize_t kSignalInterval = 1024;
-
-// Handles signals that have arrived, if it is time to. May run code.
-inline bool look_for_signals(Py_ssize_t items_done) {
-    if (items_done % kSignalInterval != 0) {
-        return false;
-    }
-    check(PyErr_CheckSignals());
-    return true;
-}
-
-// Looks for signals in loops whose items are far cheaper than records.
-class SignalWatch {
-   public:
-    // Counts `units` steps of some nanoseconds each, and looks for signals every millisecond or
-    // so: then it may run code, and returns true.
-    bool work(std::size_t units) {
-        done_ += units;
-        if (done_ < kInterval) {
-            return false;
-        }
-        done_ = 0;
-        check(PyErr_CheckSignals());
-        return true;
-    }
-
-   private:
-    static constexpr std::size_t kInterval = 32768;
-
-    std::size_t done_ = 0;
-};
 
 // for item in iterable: visit(item) -- until `visit` returns false. Keeps a reference to the item
 // meanwhile; follows a list that changes under it as the `for` statement does.
@@ -49,14 +17,14 @@ void for_each_until(Arg iterable, Visit&& visit) {
             if (!visit(current.get())) {
                 return;
             }
-            look_for_signals(i + 1);
+            take_turns_after(kWorkOfStep);
         }
         return;
     }
     const Ref iterator = Ref::steal(PyObject_GetIter(iterable));
-    for (Py_ssize_t i = 1; PyObject* next = PyIter_Next(iterator.get()); ++i) {
+    while (PyObject* next = PyIter_Next(iterator.get())) {
         const Ref current = Ref::steal(next);
-        look_for_signals(i);
+        take_turns_after(kWorkOfStep);
         if (!visit(current.get())) {
             return;
         }

@@ -78,6 +78,21 @@ inline bool is_empty_text(PyObject* text) {
     return PyUnicode_GET_LENGTH(text) == 0;
 }
 
+// REQUIRES: an exact string.
+inline std::size_t text_length(Arg text) {
+    assert(is_exact_str(text));
+    return static_cast<std::size_t>(PyUnicode_GET_LENGTH(text.get()));
+}
+
+// Texts up to this length are hashed and compared in no time to speak of.
+inline constexpr std::size_t kLongestShortText = 4096;
+
+// Whether a text says something, and is short. REQUIRES: an exact string.
+inline bool is_short_name(Arg text) {
+    assert(is_exact_str(text));
+    return text_length(text) - 1 < kLongestShortText;
+}
+
 // Whether an object is None, or an exact string of ASCII letters.
 inline bool is_none_or_ascii(Arg object) {
     return object.is_none() || (is_exact_str(object) && PyUnicode_IS_ASCII(object.get()) != 0);

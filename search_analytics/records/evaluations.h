@@ -126,6 +126,7 @@ void for_each_evaluation(Arg evals, MayPeek&& may_peek, Count&& count, Fields&..
     };
     const auto ask = [&](PyObject* record) {
         walk_counts.add_asked();
+        note_work(kWorkOfStep);
         count(Asked{record});
         known.learn_from(record);
         known.note_code();
@@ -152,7 +153,7 @@ void for_each_evaluation(Arg evals, MayPeek&& may_peek, Count&& count, Fields&..
         } else if (!has_peeked(record)) {
             ask(Ref::share(record).get());
         }
-        if (look_for_signals(i + 1)) {
+        if (take_turns_after(kWorkOfRecord)) {
             known.note_code();
         }
     }
@@ -186,7 +187,7 @@ bool peek_each_evaluation(Arg evals, Count&& count, First& first, Others&... oth
             return false;
         }
         walk_counts.add_peeked();
-        look_for_signals(i + 1);
+        take_turns_after(kWorkOfRecord);
     }
     return true;
 }

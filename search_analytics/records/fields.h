@@ -90,7 +90,9 @@ class Comparand : public AttributeField {
    public:
     // REQUIRES: `wanted` outlives the field.
     Comparand(PyObject* name, Arg wanted)
-        : AttributeField(name), wanted_(wanted), wanted_is_str_(is_exact_str(wanted)) {}
+        : AttributeField(name),
+          wanted_(wanted),
+          wanted_is_str_(is_exact_str(wanted) && is_short_name(wanted)) {}
 
     bool peek(const View& view) {
         value_ = attribute_.peek(view);

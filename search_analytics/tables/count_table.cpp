@@ -50,6 +50,7 @@ void CountTable::add(Arg key, bool is_pass) {
             increment(passes_, key);
         }
     } else if (is_exact_str(key)) {
+        note_work(text_length(key));
         const Name name = {text_hash(key), key};
         count(number_of_name(name, names_.find(name)), key, is_pass);
     } else {

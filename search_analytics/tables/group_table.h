@@ -1,6 +1,7 @@
 // Numbering groups in the order in which they are first met.
 #pragma once
 
+#include "python/turns.h"
 #include "tables/name_table.h"
 
 namespace search_analytics {
@@ -59,6 +60,7 @@ void GroupTable::for_each_group(Visit&& visit) const {
     if (is_exact()) {
         for (std::size_t number = 0; number < groups_.size(); ++number) {
             visit(number, [&] { return exact_key(number); });
+            take_turns_after(kWorkOfComparison);
         }
         return;
     }

@@ -10,6 +10,9 @@ void NameSet::drop_owned() {
 
 void NameSet::add(Arg value) {
     holds_only_str_ = holds_only_str_ && is_exact_str(value);
+    if (holds_only_str_) [[likely]] {
+        note_work(text_length(value));
+    }
     if (is_exact() && holds_only_str_) [[likely]] {
         const Name name = {text_hash(value), value};
         if (is_present(name)) {

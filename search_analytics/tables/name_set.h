@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "python/containers.h"
+#include "python/turns.h"
 #include "records/layout.h"
 
 namespace search_analytics {

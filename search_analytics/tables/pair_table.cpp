@@ -17,24 +17,23 @@ void PairTable::add_to_row(const Name& name) {
                     static_cast<std::uint32_t>(row_.size())});
 }
 
-void PairTable::sort_row() {
-    std::ranges::sort(row_, [&](const RowName& left, const RowName& right) {
-        return comes_before(names_.text(left.number), names_.text(right.number));
-    });
+bool PairTable::is_before(const RowName& left, const RowName& right) const {
+    return comes_before(names_.text(left.number), names_.text(right.number));
 }
 
-// The names may be borrowed from a record that is only peeked at: signals are looked for when the
+// The names may be borrowed from a record that is only peeked at: others have their turn when the
 // last of them has been read.
 bool PairTable::add_small_row(NameSet& names, bool is_pass) {
     row_.clear();
     for (const Name& name : names.names()) {
         add_to_row(name);
     }
-    sort_row();
+    std::ranges::sort(row_,
+                      [&](const auto& one, const auto& other) { return is_before(one, other); });
     for (std::size_t i = 0; i < row_.size(); ++i) {
         count_pairs_from(i, is_pass, [&](std::size_t place) { return names.names()[place].text; });
     }
-    return signals_.work(row_.size() * row_.size() / 2);
+    return take_turns_after(row_.size() * row_.size() / 2 * kWorkOfComparison);
 }
 
 void PairTable::add_large_row(const Ref& set, bool is_pass) {
@@ -44,10 +43,11 @@ void PairTable::add_large_row(const Ref& set, bool is_pass) {
         add_to_row({text_hash(text), text});
         texts.push_back(text);
     });
-    sort_row();
+    std::ranges::sort(
+        row_, in_turns([&](const auto& one, const auto& other) { return is_before(one, other); }));
     for (std::size_t i = 0; i < row_.size(); ++i) {
         count_pairs_from(i, is_pass, [&](std::size_t place) { return texts[place]; });
-        signals_.work(row_.size() - i);
+        take_turns_after((row_.size() - i) * kWorkOfComparison);
     }
 }
 
@@ -56,8 +56,8 @@ void PairTable::add_sorted(const Ref& ordered, bool is_pass) {
     for (Py_ssize_t i = 0; i < count; ++i) {
         for (Py_ssize_t j = i + 1; j < count; ++j) {
             add_tuple(tuple_of(list_item(ordered, i), list_item(ordered, j)), is_pass);
+            take_turns_after(kWorkOfStep);
         }
-        signals_.work(static_cast<std::size_t>(count - i));
     }
 }
 
@@ -104,7 +104,7 @@ std::vector<std::size_t> PairTable::best(std::size_t count) const {
     };
     count = std::min(count, ranking.size());
     std::ranges::partial_sort(ranking, ranking.begin() + static_cast<std::ptrdiff_t>(count),
-                              ranks_before);
+                              in_turns(ranks_before));
     ranking.resize(count);
     return ranking;
 }

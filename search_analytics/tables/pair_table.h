@@ -58,12 +58,13 @@ class PairTable {
 
     bool add_small_row(NameSet& names, bool is_pass);
     void add_large_row(const Ref& set, bool is_pass);
-    void sort_row();
     // A name of the evaluation at hand: its number, and its place among the evaluation's names.
     struct RowName {
         std::uint32_t number;
         std::uint32_t place;
     };
+
+    bool is_before(const RowName& left, const RowName& right) const;
 
     // `text_at` gives the text of a name by its place.
     template <typename TextAt>
@@ -82,13 +83,12 @@ class PairTable {
     std::deque<PairNames> pair_names_;
     Slots slots_;
 
-    // Once exact strings do not do any more: tuple of names to tuple of counts. These are values, not
-    // places: dictionaries compare when they look up and again when they store, and may find two
-    // entries for one pair.
+    // Once exact strings do not do any more: tuple of names to tuple of counts. These are values,
+    // not places: dictionaries compare when they look up and again when they store, and may find
+    // two entries for one pair.
     Ref counts_;
 
     std::vector<RowName> row_;
-    SignalWatch signals_;
 };
 
 template <typename Visit>

@@ -93,6 +93,60 @@ def test_pairs_without_end_are_interrupted():
     )
 
 
+LONG_WALKS = {
+    "many items": ("many", "engine.get_search_stats()"),
+    "families of many items": ("many", "engine.get_search_patterns()"),
+    "pairs of many items": ("many", "engine.get_correlation_patterns()"),
+    "filter over many items": ("many", "engine.get_search_patterns(function_family='none')"),
+    "filter over long texts": (
+        "long",
+        "engine.get_search_patterns(function_family='x' * 1_000_000 + '-')",
+    ),
+}
+
+
+@pytest.mark.parametrize(("items", "call"), LONG_WALKS.values(), ids=LONG_WALKS)
+def test_an_interrupt_does_not_wait_for_many_records(items, call):
+    """It is the work that counts: these records are few, and each takes milliseconds."""
+    run_child(
+        f"""{ENDLESS}
+    class Tell:
+        def __getattr__(self, name):
+            if name == "function_metadata":
+                raise SystemExit("nothing stopped the walk before this record")
+            return getattr(template, name)
+
+    template = evaluation()
+    many = [{{"function_name": "f", "function_family": "F"}}] * 100_000
+    long = [{{"function_name": "f", "function_family": "x" * 1_000_000 + str(i)}} for i in range(9)]
+    engine = engine_over([evaluation(function_metadata={items}) for _ in range(900)] + [Tell()])
+    interrupted(lambda: {call})""",
+        timeout=60,
+    )
+
+
+def test_an_interrupt_stops_a_sort():
+    """The rows are there already: ordering them is all that is left to do."""
+    run_child(
+        f"""{ENDLESS}
+    from kestrune.search_analytics import StatsRow, WindowStats
+
+    rows = [StatsRow(windows=[WindowStats(composite_score=float(n % 97))]) for n in range(100_000)]
+    class Engine(type(engine)):
+        def get_search_stats(self, **arguments):
+            signal.setitimer(signal.ITIMER_REAL, 0.001)
+            return SimpleNamespace(rows=rows)
+    from types import SimpleNamespace
+    try:
+        Engine(engine._tracker, engine._pool_configs).get_suggestions()
+    except KeyboardInterrupt:
+        pass
+    else:
+        raise SystemExit("nothing stopped the sort")""",
+        timeout=60,
+    )
+
+
 def test_windows_without_number_are_interrupted():
     run_child(
         f"""{ENDLESS}

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import importlib
 import inspect
+import signal
 import sys
 import types
 import warnings
@@ -171,3 +172,25 @@ def test_a_getter_changed_inside_the_enumeration_machinery_is_not_noticed():
     by_name = search_analytics.AggregateBy.FUNCTION_FEATURE
     renamed = engine_over(evals[:1]).get_search_stats(min_sample_size=0, aggregate_by=by_name)
     assert renamed.rows[0].group_key != result.rows[0].group_key
+
+
+def test_windows_that_are_counted_together_see_a_change_together():
+    first = evaluation(timestamp=4e9, passed_thresholds=False)
+    engine = engine_over([first, *[evaluation(timestamp=4e9)] * 2_000_000])
+    runs = []
+
+    def handler(number, frame):
+        first.passed_thresholds = True
+        runs.append(number)
+
+    before = signal.signal(signal.SIGALRM, handler)
+    try:
+        signal.setitimer(signal.ITIMER_REAL, 0.002)
+        windows = engine.get_search_velocity().windows
+    finally:
+        signal.setitimer(signal.ITIMER_REAL, 0)
+        signal.signal(signal.SIGALRM, before)
+    assert runs
+    # In plain Python the later windows would have counted one more than the first.
+    totals = [window.total_passed for window in windows]
+    assert totals == totals[:1] * 3

@@ -1,0 +1,82 @@
+// Taking turns with the rest of the process.
+#include "python/turns.h"
+
+#include <chrono>
+
+#include "python/containers.h"
+
+namespace search_analytics {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// The switch interval of threads is five milliseconds unless somebody changes it.
+constexpr Clock::duration kBetweenTurns = std::chrono::milliseconds(1);
+
+// When the last turn ended, of whichever thread.
+std::atomic<Clock::rep> last_turn = 0;
+
+// A code object that does nothing, made once for each interpreter.
+Ref idle_code() {
+    PyObject* registry = PyInterpreterState_GetDict(PyInterpreterState_Get());
+    if (registry == nullptr) {
+        throw ErrorSet();
+    }
+    const Ref mark = new_str("kestrune.search_analytics.idle_code");
+    if (auto known = dict_entry(registry, mark)) {
+        return std::move(*known);
+    }
+    Ref made = Ref::steal(Py_CompileString("None", "<search_analytics>", Py_eval_input));
+    set_item(registry, mark, made);
+    return made;
+}
+
+// Drops the entry of the code that did nothing from the traceback of an error raised in its midst.
+void drop_idle_frame(Arg error, const Ref& traceback) {
+    if (!traceback.is_none()) {
+        const Ref rest = attribute(traceback, new_str("tb_next"));
+        check(PyException_SetTraceback(error, rest.get()));
+    }
+}
+
+// Runs a code object that does nothing. The interpreter does then what it does at the start of any
+// function: it lets another thread run that waits for its lock, collects garbage, runs what other
+// threads have asked for. Tracers and profilers do not see it.
+void run_idle_code() {
+    const Ref code = idle_code();
+    const Ref nothing = new_dict();
+    compat::pause_tracing();
+    PyObject* result = PyEval_EvalCode(code.get(), nothing.get(), nothing.get());
+    compat::resume_tracing();
+    if (result != nullptr) {
+        Ref::adopt(result);
+        return;
+    }
+    const bool is_lack_of_room = error_is(PyExc_RecursionError) || error_is(PyExc_MemoryError);
+    const Ref error = take_error();
+    const Ref traceback = attribute(error, new_str("__traceback__"));
+    // No entry of the code's own: there was no room to run it. The turn is given another time.
+    if (is_lack_of_room && traceback.is_none()) {
+        return;
+    }
+    drop_idle_frame(error, traceback);
+    compat::restore_raised_exception(error.copy().release());
+    throw ErrorSet();
+}
+
+}  // namespace
+
+bool take_turns_by_clock() {
+    work_since_look.store(0, std::memory_order_relaxed);
+    const auto now = Clock::now().time_since_epoch().count();
+    if (now - last_turn.load(std::memory_order_relaxed) < kBetweenTurns.count()) {
+        return false;
+    }
+    check(PyErr_CheckSignals());
+    run_idle_code();
+    last_turn.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
+    return true;
+}
+
+}  // namespace search_analytics
