@@ -107,7 +107,9 @@ class FickleInt(int):
 
 # The hashes of these pairs lead a dictionary of eight places past the same entry twice, so that
 # looking a pair up finds another entry than storing it does.
-@pytest.mark.parametrize(("value", "places"), [(829, (0, 1)), (829, (0, 1, 2)), (15, (1, 2))])
+@pytest.mark.parametrize(
+    ("value", "places"), [(829, (0, 1)), (829, (0, 1, 2)), (15, (1, 2))], ids=str
+)
 def test_pairs_that_are_stored_elsewhere_than_they_were_found(
     value: int, places: tuple[int, ...]
 ) -> None:
