@@ -100,6 +100,14 @@ class FieldsOfWalk {
     bool is_stale_ = true;
 };
 
+// How many records a walk reads between two times that it notes its work: noting it costs more than
+// the least that is read of a record.
+inline constexpr std::size_t kRecordsBetweenTurns = 16;
+
+inline bool is_time_for_turns(Py_ssize_t records_done) {
+    return static_cast<std::size_t>(records_done) % kRecordsBetweenTurns == 0;
+}
+
 // for ev in evals: count(ev). A record is peeked at where `may_peek` allows it and every field can;
 // `count` must read what it wants of a Peeked record before it runs any code, and returns true
 // where it may have run some (by making a container, say, which may start the collector); one that
@@ -153,7 +161,7 @@ void for_each_evaluation(Arg evals, MayPeek&& may_peek, Count&& count, Fields&..
         } else if (!has_peeked(record)) {
             ask(Ref::share(record).get());
         }
-        if (take_turns_after(kWorkOfRecord)) {
+        if (is_time_for_turns(i + 1) && take_turns_after(kRecordsBetweenTurns * kWorkOfRecord)) {
             known.note_code();
         }
     }
@@ -187,7 +195,9 @@ bool peek_each_evaluation(Arg evals, Count&& count, First& first, Others&... oth
             return false;
         }
         walk_counts.add_peeked();
-        take_turns_after(kWorkOfRecord);
+        if (is_time_for_turns(i + 1)) {
+            take_turns_after(kRecordsBetweenTurns * kWorkOfRecord);
+        }
     }
     return true;
 }
