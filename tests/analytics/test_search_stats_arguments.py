@@ -71,7 +71,7 @@ def test_checks_stand_in_their_order():
         ({"time_windows": iter([TimeWindow.ERA])}, "object of type 'list_iterator' has no len()"),
         ({"time_windows": [[]]}, "unhashable type: 'list'"),
     ],
-    ids=repr,
+    ids=["no size", "text", "number", "iterator", "list of a list"],
 )
 def test_wrong_types_fail_before_the_tracker_is_asked(arguments, text):
     engine = engine_over([])

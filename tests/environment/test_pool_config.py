@@ -131,7 +131,18 @@ def test_a_missing_threshold():
 
 
 @pytest.mark.parametrize(
-    "threshold", [True, False, "0.5", Decimal("0.5"), Fraction(1, 2), 1j, [], object()], ids=repr
+    "threshold",
+    [
+        True,
+        False,
+        "0.5",
+        Decimal("0.5"),
+        Fraction(1, 2),
+        1j,
+        [],
+        pytest.param(object(), id="object"),
+    ],
+    ids=repr,
 )
 def test_a_threshold_must_be_a_number(threshold):
     assert error_of(_normalize_pool_config, raw_pool("a", threshold), 0) == not_numeric(0)

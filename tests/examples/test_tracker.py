@@ -139,7 +139,7 @@ FILTERED = [
         ({"passed_only": True, "named_universe": "u"}, set()),
         ({"named_universe": "u' OR '1'='1"}, set()),
     ],
-    ids=str,
+    ids=lambda value: str(sorted(value) if isinstance(value, set) else value),
 )
 def test_history_holds_what_passes_every_filter(
     tracker: Any, filters: dict[str, Any], expected: set[str]

@@ -39,7 +39,7 @@ def test_windows_that_change_the_list_of_windows_when_they_are_compared():
 @pytest.mark.parametrize(
     "windows",
     [{TimeWindow.ERA: 1}, "abc", range(3), frozenset(TimeWindow), (TimeWindow.LAST_24H,)],
-    ids=repr,
+    ids=["dictionary", "text", "range", "frozenset", "tuple"],
 )
 def test_any_sized_iterable_of_hashable_windows_serves(windows):
     (row,) = (

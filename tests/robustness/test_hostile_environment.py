@@ -55,7 +55,9 @@ def test_trackers_that_cannot_be_asked(name, tracker, error):
 
 @EVERY_WALK
 @pytest.mark.parametrize(
-    "history", [None, 5, "text", b"bytes", {"a": 1}, object(), lambda: 1, NotImplemented], ids=repr
+    "history",
+    [None, 5, "text", b"bytes", {"a": 1}, object(), lambda: 1, NotImplemented],
+    ids=lambda history: type(history).__name__,
 )
 @pytest.mark.filterwarnings("ignore:NotImplemented should not be used:DeprecationWarning")
 def test_histories_of_any_kind_end_in_a_value_or_an_error(now, name, history):
