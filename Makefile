@@ -9,6 +9,7 @@ DATABASE ?= sqlite
 QUICK ?=
 ARGS ?=
 SKIP ?=
+PYTHONHASHSEED ?= random
 
 PY := $(VENV)/bin/python
 # What the tests run under: dev mode (debug allocator, resource warnings), warnings are errors.
@@ -22,6 +23,10 @@ CXX_HEADERS := $(shell find search_analytics -name '*.h' 2>/dev/null | sort)
 # CMake, ninja and the compilers' helpers come from the virtual environment.
 export PATH := $(abspath $(VENV)/bin):$(PATH)
 export PIP_DISABLE_PIP_VERSION_CHECK := 1
+
+# Sets iterate in another order in every run; the tests print the seed that repeats it.
+HASH_SEED := $(patsubst random,$(shell od -An -N4 -tu4 /dev/urandom | tr -d ' '),$(PYTHONHASHSEED))
+test sanitize debug leaks coverage: export PYTHONHASHSEED := $(HASH_SEED)
 
 .DEFAULT_GOAL := help
 .DELETE_ON_ERROR:

@@ -12,6 +12,8 @@ from support.parts import NOW
 
 MODULE = "kestrune.search_analytics"
 
+pytest_plugins = ["support.runs"]
+
 
 def pytest_configure(config: pytest.Config) -> None:
     """Register the markers of this suite (markers are strict)."""
