@@ -9,11 +9,16 @@ DATABASE ?= sqlite
 QUICK ?=
 ARGS ?=
 SKIP ?=
+JOBS ?=
 PYTHONHASHSEED ?= random
 
 PY := $(VENV)/bin/python
 # What the tests run under: dev mode (debug allocator, resource warnings), warnings are errors.
 STRICT := $(PY) -X dev -W error
+# With JOBS=2, two processes share the tests, each file as a whole. They do not inherit the options.
+WORKERS := $(if $(JOBS),--dist loadfile --no-loadscope-reorder \
+    --tx '$(JOBS)*popen//python=$(abspath $(PY)) -X dev -W error')
+PYTEST := $(STRICT) -m pytest $(WORKERS)
 SITE = $$($(PY) -c 'import sysconfig; print(sysconfig.get_path("platlib"))')
 STAMPS := $(VENV)/.installed
 
@@ -52,7 +57,7 @@ build: $(BUILD)/build.ninja ## build the extension and install it into the virtu
 ##@ Check
 .PHONY: test
 test: build $(STAMPS)/test ## run the whole test suite in dev mode
-	@$(STRICT) -m pytest $(ARGS)
+	@$(PYTEST) $(ARGS)
 	@echo "make test: built $(BUILD), installed it into $(VENV), ran the tests with $$($(PY) --version)."
 
 .PHONY: check
@@ -97,7 +102,7 @@ sanitize: build/asan/build.ninja $(STAMPS)/test ## run the tests on a build that
 	    UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
 	    PYTHONMALLOC=malloc PYTHONPATH="$(CURDIR)/build/asan/site"; \
 	$(STRICT) -c 'import kestrune.search_analytics as s; assert "/asan/" in s.__spec__.origin' && \
-	$(STRICT) -m pytest -m "not leaks" --ignore=tests/packaging --ignore=tests/lint $(ARGS)
+	$(PYTEST) -m "not leaks" --ignore=tests/packaging --ignore=tests/lint $(ARGS)
 	@echo "make sanitize: ran the tests under the address and undefined-behaviour sanitizers."
 
 .PHONY: debug
@@ -106,12 +111,12 @@ debug: $(DEBUG)/build.ninja $(STAMPS)/test ## run the tests of records on a buil
 	@cmake --install $(DEBUG) --prefix $(DEBUG)/site > /dev/null
 	@export PYTHONPATH="$(abspath $(DEBUG))/site"; \
 	$(STRICT) -c 'import kestrune.search_analytics as s; assert "/debug/" in s.__spec__.origin' && \
-	$(STRICT) -m pytest $(or $(ARGS),tests/records tests/tables tests/engine tests/analytics)
+	$(PYTEST) $(or $(ARGS),tests/records tests/tables tests/engine tests/analytics)
 	@echo "make debug: ran the tests on a build with assertions, with $$($(PY) --version)."
 
 .PHONY: leaks
 leaks: build $(STAMPS)/test ## repeat every call until its memory blocks settle
-	@$(STRICT) -m pytest -m leaks $(ARGS)
+	@$(PYTEST) -m leaks $(ARGS)
 
 .PHONY: coverage
 coverage: build/coverage/build.ninja $(STAMPS)/test $(STAMPS)/coverage ## show which lines the tests reach

@@ -12,6 +12,12 @@ from support.operations import WALKS, walk
 from support.parts import engine_over, evaluation
 
 
+def test_every_process_of_the_tests_is_strict():
+    """Processes that share the tests inherit no options: they have to be told."""
+    assert sys.flags.dev_mode
+    assert "error" in sys.warnoptions
+
+
 @pytest.mark.skipif(not hasattr(os, "fork"), reason="this platform has no fork")
 def test_parent_and_child_go_on_after_a_fork():
     run_child("""
