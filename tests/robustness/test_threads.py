@@ -172,7 +172,6 @@ def test_eight_readers_beside_two_writers():
             assert not thread.is_alive()
         assert wanted <= kinds, kinds
         """,
-        timeout=120,
     )
 
 
@@ -274,5 +273,4 @@ def test_names_that_hand_over_the_lock_while_they_are_hashed_and_compared():
             assert not thread.is_alive()
         assert len(rounds) > 50
         """,
-        timeout=150,
     )
