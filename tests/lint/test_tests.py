@@ -8,9 +8,10 @@ from __future__ import annotations
 import ast
 import re
 from collections.abc import Callable
-from pathlib import PurePosixPath
+from pathlib import Path, PurePosixPath
 
 import pytest
+from support.children import run_child
 from support.texts import paths, text_of, tree_of
 
 TESTS = [name for name in paths("*.py") if name.startswith("tests/")]
@@ -160,6 +161,33 @@ def test_warnings_are_errors() -> None:
 )
 def test_a_silenced_warning_is_noticed(source: str, found: list[str]) -> None:
     assert silenced(ast.parse(source), "tests/test_it.py") == found
+
+
+# A run can be repeated.
+
+ONE_FAILS = """
+def test_one(count_cases):
+    count_cases("of one kind", 5)
+    count_cases("of one kind", 2)
+
+
+def test_other():
+    raise ValueError
+"""
+
+
+@pytest.mark.parametrize("jobs", [[], ["-n", "2"]], ids=["one process", "two"])
+def test_a_run_that_fails_says_how_to_repeat_it(tmp_path: Path, jobs: list[str]) -> None:
+    (tmp_path / "test_it.py").write_text(ONE_FAILS)
+    ran = run_child(
+        "import sys, pytest; sys.exit(pytest.main(['-p', 'support.runs', *sys.argv[1:]]))",
+        *(str(tmp_path), *jobs),
+        check=False,
+        PYTHONHASHSEED="17",
+    )
+    assert ran.stdout.count("PYTHONHASHSEED=17\n") == 2
+    assert "       7 of one kind\n" in ran.stdout
+    assert "1 failed, 1 passed" in ran.stdout
 
 
 # Timing never fails a test.
