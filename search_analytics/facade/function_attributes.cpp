@@ -91,6 +91,14 @@ PyObject* get_code(PyObject* self, void*) {
                                   [&] { return function_code(as_function(self)).release(); });
 }
 
+// The code keeps the name that the function was made with, so it has to be there before.
+int set_qualname(PyObject* self, PyObject* value, void* closure) {
+    return at_boundary(-1, [&] {
+        function_code(as_function(self));
+        return set_typed(self, value, closure);
+    });
+}
+
 // A compiled function has no other code to run: any replacement is refused.
 int set_code(PyObject*, PyObject* value, void*) noexcept {
     if (value == nullptr || !PyCode_Check(value)) {
@@ -188,7 +196,7 @@ PyGetSetDef module_name_attribute = {"__module__", get_module_name, set_module_n
 
 PyGetSetDef attributes[] = {
     {"__name__", get_typed, set_typed, nullptr, closure_of(kName)},
-    {"__qualname__", get_typed, set_typed, nullptr, closure_of(kQualname)},
+    {"__qualname__", get_typed, set_qualname, nullptr, closure_of(kQualname)},
     {"__defaults__", get_typed, set_typed, nullptr, closure_of(kDefaults)},
     {"__kwdefaults__", get_typed, set_typed, nullptr, closure_of(kKeywordDefaults)},
     {"__annotations__", get_annotations, set_typed, nullptr, closure_of(kAnnotations)},

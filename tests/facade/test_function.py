@@ -12,6 +12,7 @@ import weakref
 
 import kestrune.search_analytics as search_analytics
 import pytest
+from support.children import run_child
 from support.signatures import DECLARATIONS, OPERATIONS, function, ordinary
 
 EVERY_FUNCTION = pytest.mark.parametrize("name", DECLARATIONS)
@@ -282,6 +283,21 @@ def test_a_renamed_function_prints_and_complains_under_its_new_name(pair):
     native.__qualname__ = plain.__qualname__ = "Renamed.it"
     assert repr(native).startswith("<function Renamed.it at ")
     assert outcome(native, *range(30)) == outcome(plain, *range(30))
+
+
+def test_the_code_of_a_renamed_function_keeps_its_first_name():
+    """In a child, where nobody has asked for the code before."""
+    run_child("""
+        import kestrune.search_analytics as search_analytics
+
+        def plain():
+            pass
+
+        for function in (plain, search_analytics._usage_value):
+            first = function.__qualname__
+            function.__qualname__ = "Renamed.it"
+            assert getattr(function.__code__, "co_qualname", first) == first
+    """)
 
 
 def test_dir_lists_what_a_function_has():
