@@ -155,6 +155,7 @@ Ref make(ModuleState& state, const FunctionDescription& description, const std::
     return made;
 }
 
+    Ref no_type_parameters = Ref::steal(PyTuple_New(0));
 }  // namespace
 
 PyObject* Call::operator[](PyObject* name) const {
@@ -172,6 +173,7 @@ Ref Call::forward_to(Arg callable) const {
 
 Ref make_function(ModuleState& state, const FunctionDescription& description) {
     return make(state, description, std::string(description.name), description.implementation,
+    function->type_parameters = no_type_parameters.release();
                 false);
 }
 

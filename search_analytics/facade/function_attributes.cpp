@@ -42,6 +42,8 @@ constexpr TypedField kDefaults = {&FunctionObject::defaults, is_tuple, true,
                                   "__defaults__ must be set to a tuple object"};
 constexpr TypedField kKeywordDefaults = {&FunctionObject::keyword_defaults, is_dictionary, true,
                                          "__kwdefaults__ must be set to a dict object"};
+constexpr TypedField kTypeParameters = {&FunctionObject::type_parameters, is_tuple, false,
+                                        "__type_params__ must be set to a tuple"};
 constexpr TypedField kAnnotations = {&FunctionObject::annotations, is_dictionary, true,
                                      "__annotations__ must be set to a dict object"};
 
@@ -64,16 +66,80 @@ int set_typed(PyObject* self, PyObject* value, void* closure) noexcept {
     return 0;
 }
 
-// A function always has annotations: they are made anew when they were deleted.
-PyObject* get_annotations(PyObject* self, void* closure) noexcept {
-    FunctionObject* function = as_function(self);
-    if (function->annotations == nullptr) {
-        function->annotations = PyDict_New();
-        if (function->annotations == nullptr) {
-            return nullptr;
-        }
+// What `__annotate__` was assigned, called for the values themselves.
+Ref worked_out_annotations(Arg annotate) {
+    Ref annotations = call(annotate, new_int(1));
+    if (!PyDict_Check(annotations.get())) {
+        raise(PyExc_TypeError, format("__annotate__() must return a dict, not %s",
+                                      Py_TYPE(annotations.get())->tp_name));
     }
-    return get_typed(self, closure);
+    return annotations;
+}
+
+// A function always has annotations: they are made anew when they were deleted.
+PyObject* get_annotations(PyObject* self, void*) {
+    return at_boundary<PyObject*>(nullptr, [&] {
+        FunctionObject* function = as_function(self);
+        if (function->annotations == nullptr) {
+            PyObject* annotate = function->annotate;
+            const bool may_ask = annotate != nullptr && PyCallable_Check(annotate) != 0;
+            Ref made = may_ask ? worked_out_annotations(Ref::share(annotate)) : new_dict();
+            Py_XSETREF(function->annotations, made.release());
+        }
+        return Py_NewRef(function->annotations);
+    });
+}
+
+// Annotations that are assigned have no `__annotate__` any more.
+int set_annotations(PyObject* self, PyObject* value, void* closure) noexcept {
+    const int result = set_typed(self, value, closure);
+    if (result == 0) {
+        Py_XSETREF(as_function(self)->annotate, Py_NewRef(Py_None));
+    }
+    return result;
+}
+
+// The interpreter's own function that works out the annotations of such a `def` statement.
+Ref make_annotate(const FunctionObject* function) {
+    const FunctionDescription& description = *function->description;
+    if (description.returns.empty()) {
+        return Ref::none();
+    }
+    const std::string statement =
+        "def function() -> '" + std::string(description.returns) + "': ...";
+    const Ref scope = new_dict();
+    const Ref code = Ref::steal(
+        Py_CompileString(statement.c_str(), "<kestrune.search_analytics>", Py_file_input));
+    Ref::steal(PyEval_EvalCode(code.get(), function->globals, scope.get()));
+    Ref annotate = attribute(item(scope, new_str("function")), new_str("__annotate__"));
+    set_attribute(annotate, new_str("__qualname__"), format("%U.__annotate__", function->qualname));
+    return annotate;
+}
+
+PyObject* get_annotate(PyObject* self, void*) {
+    return at_boundary<PyObject*>(nullptr, [&] {
+        FunctionObject* function = as_function(self);
+        if (function->annotate == nullptr) {
+            Ref made = make_annotate(function);
+            Py_XSETREF(function->annotate, made.release());
+        }
+        return Py_NewRef(function->annotate);
+    });
+}
+
+int set_annotate(PyObject* self, PyObject* value, void*) noexcept {
+    if (value == nullptr || PyCallable_Check(value) == 0) {
+        if (value != Py_None) {
+            PyErr_SetString(PyExc_TypeError, value == nullptr
+                                                 ? "__annotate__ cannot be deleted"
+                                                 : "__annotate__ must be callable or None");
+            return -1;
+        }
+    } else {
+        Py_CLEAR(as_function(self)->annotations);
+    }
+    Py_XSETREF(as_function(self)->annotate, Py_NewRef(value));
+    return 0;
 }
 
 PyObject* get_module_name(PyObject* self, void*) noexcept {
@@ -148,10 +214,10 @@ PyObject* bind(PyObject* self, PyObject* instance, PyObject*) noexcept {
 int traverse(PyObject* self, visitproc visit, void* arg) noexcept {
     const FunctionObject* function = as_function(self);
     Py_VISIT(Py_TYPE(self));
-    for (PyObject* field :
-         {function->module, function->globals, function->name, function->qualname,
-          function->module_name, function->documentation, function->defaults,
-          function->keyword_defaults, function->annotations, function->code, function->dict}) {
+    for (PyObject* field : {function->module, function->globals, function->name, function->qualname,
+                            function->module_name, function->documentation, function->defaults,
+                            function->keyword_defaults, function->annotations, function->annotate,
+                            function->type_parameters, function->code, function->dict}) {
         Py_VISIT(field);
     }
     return 0;
@@ -166,6 +232,8 @@ int clear(PyObject* self) noexcept {
     Py_CLEAR(function->defaults);
     Py_CLEAR(function->keyword_defaults);
     Py_CLEAR(function->annotations);
+    Py_CLEAR(function->annotate);
+    Py_CLEAR(function->type_parameters);
     Py_CLEAR(function->dict);
     return 0;
 }
@@ -193,13 +261,16 @@ constexpr void* closure_of(const TypedField& typed) noexcept {
 
 PyGetSetDef module_name_attribute = {"__module__", get_module_name, set_module_name, nullptr,
                                      nullptr};
+PyGetSetDef type_parameters_attribute = {"__type_params__", get_typed, set_typed, nullptr,
+                                         closure_of(kTypeParameters)};
+PyGetSetDef annotate_attribute = {"__annotate__", get_annotate, set_annotate, nullptr, nullptr};
 
 PyGetSetDef attributes[] = {
     {"__name__", get_typed, set_typed, nullptr, closure_of(kName)},
     {"__qualname__", get_typed, set_qualname, nullptr, closure_of(kQualname)},
     {"__defaults__", get_typed, set_typed, nullptr, closure_of(kDefaults)},
     {"__kwdefaults__", get_typed, set_typed, nullptr, closure_of(kKeywordDefaults)},
-    {"__annotations__", get_annotations, set_typed, nullptr, closure_of(kAnnotations)},
+    {"__annotations__", get_annotations, set_annotations, nullptr, closure_of(kAnnotations)},
     {"__code__", get_code, set_code, nullptr, nullptr},
     {"__closure__", get_closure, refuse_assignment, nullptr, nullptr},
     {"__builtins__", get_builtins, refuse_assignment, nullptr, nullptr},
@@ -246,14 +317,24 @@ PyType_Spec spec = {
     slots,
 };
 
+void add_attribute(const Ref& type, PyGetSetDef& attribute) {
+    const Ref descriptor =
+        Ref::steal(PyDescr_NewGetSet(reinterpret_cast<PyTypeObject*>(type.get()), &attribute));
+    set_attribute(type, new_str(attribute.name), descriptor);
+}
+
 }  // namespace
 
 void create_function_type(ModuleState& state) {
     Ref type = Ref::steal(PyType_FromModuleAndSpec(state.module, &spec, nullptr));
     // The name of the type's own module hides a `__module__` among the attributes above.
-    const Ref module_name = Ref::steal(
-        PyDescr_NewGetSet(reinterpret_cast<PyTypeObject*>(type.get()), &module_name_attribute));
-    set_attribute(type, state.words.dunder_module, module_name);
+    add_attribute(type, module_name_attribute);
+    if (compat::kHasTypeParameters) {
+        add_attribute(type, type_parameters_attribute);
+    }
+    if (compat::kHasAnnotate) {
+        add_attribute(type, annotate_attribute);
+    }
     // Errors speak of a 'function' object.
     set_attribute(type, state.words.dunder_name, state.words.function);
     state.function_type = type.release();

@@ -26,6 +26,9 @@ struct FunctionObject {
     PyObject* annotations;
     PyObject* code;
     PyObject* dict;
+    // How to work the annotations out: null for as the function was made, or what was assigned.
+    PyObject* annotate;
+    PyObject* type_parameters;
     PyObject* weak_references;
 };
 

@@ -26,6 +26,13 @@
 
 namespace search_analytics::compat {
 
+// Whether code knows the qualified name of the function that it is of.
+inline constexpr bool kCodeHasQualname = PY_VERSION_HEX >= 0x030B0000;
+
+// Whether functions and classes know their type parameters; and how to work out annotations.
+inline constexpr bool kHasTypeParameters = PY_VERSION_HEX >= 0x030C0000;
+inline constexpr bool kHasAnnotate = PY_VERSION_HEX >= 0x030E0000;
+
 // The version of a class, which is another one after each change of it; 0 where none is known.
 inline unsigned int class_version(const PyTypeObject* type) {
 #if PY_VERSION_HEX < 0x030D0000

@@ -7,6 +7,7 @@ import gc
 import inspect
 import pickle
 import re
+import sys
 import types
 import weakref
 
@@ -28,10 +29,13 @@ def pair(name):
     writable = ("__name__", "__qualname__", "__module__", "__doc__", "__defaults__")
     before = {key: getattr(native, key) for key in (*writable, "__kwdefaults__")}
     annotations, attributes = dict(native.__annotations__), dict(native.__dict__)
+    annotate = getattr(native, "__annotate__", None)
     yield native, ordinary(search_analytics, name)
     for key, value in before.items():
         setattr(native, key, value)
     native.__annotations__ = annotations
+    if annotate is not None:
+        native.__annotate__ = annotate
     native.__dict__ = attributes
 
 
@@ -188,6 +192,63 @@ def test_a_replaced_function_is_not_pickled_under_its_name(monkeypatch):
         pickle.dumps(native)
 
 
+@pytest.mark.skipif(sys.version_info < (3, 12), reason="functions have no type parameters")
+@SOME_FUNCTIONS
+def test_type_parameters_are_those_of_a_def(pair):
+    native, plain = pair
+    assert native.__type_params__ == plain.__type_params__ == ()
+    for wrong in (None, [], 1):
+        refusal = outcome(setattr, native, "__type_params__", wrong)
+        assert refusal == outcome(setattr, plain, "__type_params__", wrong)
+        assert refusal[0] is TypeError
+    assert outcome(delattr, native, "__type_params__") == outcome(delattr, plain, "__type_params__")
+    native.__type_params__ = (int,)
+    assert native.__type_params__ == (int,)
+    native.__type_params__ = ()
+
+
+@pytest.mark.skipif(sys.version_info >= (3, 14), reason="functions have it")
+def test_nothing_says_how_annotations_are_worked_out():
+    assert not hasattr(search_analytics.get_search_stats, "__annotate__")
+
+
+@pytest.mark.skipif(sys.version_info < (3, 14), reason="functions have their annotations only")
+@EVERY_FUNCTION
+def test_annotations_are_worked_out_as_those_of_a_def(pair):
+    native, plain = pair
+    if plain.__annotate__ is None:
+        assert native.__annotate__ is None
+    else:
+        assert native.__annotate__ is native.__annotate__
+        assert native.__annotate__(1) == plain.__annotate__(1) == native.__annotations__
+        assert native.__annotate__.__qualname__ == plain.__annotate__.__qualname__
+        assert native.__annotate__.__globals__ is vars(search_analytics)
+        for format_ in (2, 3, 4, 5):
+            assert outcome(native.__annotate__, format_) == outcome(plain.__annotate__, format_)
+
+
+@pytest.mark.skipif(sys.version_info < (3, 14), reason="functions have their annotations only")
+@SOME_FUNCTIONS
+def test_how_annotations_are_worked_out_can_be_assigned_as_on_a_def(pair):
+    for one in pair:
+        one.__annotate__ = lambda format_: {"x": format_}
+        assert one.__annotations__ == {"x": 1}
+        one.__annotations__ = {"y": 2}
+        assert one.__annotate__ is None
+        one.__annotate__ = lambda format_: format_
+    native, plain = pair
+    assert outcome(getattr, native, "__annotations__") == outcome(getattr, plain, "__annotations__")
+    for wrong in (1, "x"):
+        refusal = outcome(setattr, native, "__annotate__", wrong)
+        assert refusal == outcome(setattr, plain, "__annotate__", wrong)
+        assert refusal[0] is TypeError
+    assert outcome(delattr, native, "__annotate__") == outcome(delattr, plain, "__annotate__")
+    for one in pair:
+        one.__annotate__ = None
+        del one.__annotations__
+        assert one.__annotations__ == {}
+
+
 @EVERY_FUNCTION
 def test_functions_take_weak_references(name):
     native = function(search_analytics, name)
@@ -304,5 +365,4 @@ def test_dir_lists_what_a_function_has():
     missing = set(dir(ordinary(search_analytics, "_usage_value"))) - set(
         dir(search_analytics._usage_value)
     )
-    # These two describe generic functions (3.12) and lazily made annotations (3.14).
-    assert missing <= {"__type_params__", "__annotate__"}
+    assert missing == set()

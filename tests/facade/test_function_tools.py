@@ -34,6 +34,7 @@ def test_wraps_copies_from_a_native_function(name):
     assert wrapper.__name__ == native.__name__
     assert wrapper.__qualname__ == native.__qualname__
     assert wrapper.__doc__ == native.__doc__
+    assert wrapper.__annotations__ == native.__annotations__
     assert inspect.signature(wrapper) == inspect.signature(native)
     assert inspect.unwrap(wrapper) is native
 
