@@ -90,7 +90,8 @@ Ref best_patterns(ModuleState& state, const PairTable& pairs, double base_rate, 
         return writer.patterns().copy();
     }
     pairs.for_each_pair(write);
-    sort_by(state, writer.patterns(), make_function(state, kRanking));
+    sort_by(state, writer.patterns(),
+            make_method(state, kRanking, "SearchAnalytics.get_correlation_patterns.<locals>"));
     result.prepare();
     return first_items(writer.patterns(), top_n);
 }

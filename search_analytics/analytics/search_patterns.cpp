@@ -74,7 +74,8 @@ Ref family_yield_rates(ModuleState& state, const CountTable& families) {
     families.for_each_key([&](PyObject* family, const PassCounts& counts) {
         append(yields, make_yield(maker, names, names.function_family, family, counts));
     });
-    sort_by(state, yields, make_function(state, kYieldOrder));
+    sort_by(state, yields,
+            make_method(state, kYieldOrder, "SearchAnalytics.get_search_patterns.<locals>"));
     return yields;
 }
 

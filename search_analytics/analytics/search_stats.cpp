@@ -9,6 +9,7 @@
 #include "engine/statistic.h"
 #include "engine/time_window.h"
 #include "facade/record_maker.h"
+#include "facade/traceback.h"
 #include "facade/tracking.h"
 
 namespace search_analytics {
@@ -89,7 +90,8 @@ struct Pools {
 class Statistics {
    public:
     Statistics(const Call& call, Arg time_windows)
-        : names_(call.names()),
+        : state_(call.state()),
+          names_(call.names()),
           era_id_(call[names_.era_id]),
           column_(names_, call[names_.pnl_column]),
           now_(current_time(call.state())),
@@ -109,6 +111,7 @@ class Statistics {
     const GroupTable& groups() const { return key_.groups(); }
 
    private:
+    const ModuleState& state_;
     const Names& names_;
     PyObject* era_id_;
     ColumnStatistics column_;
@@ -120,6 +123,9 @@ class Statistics {
     GroupKey key_;
     GroupSums sums_;
 };
+
+// What tracebacks show of the function that counts into one window.
+constexpr InnerFunction kCountInto = {"count_into", "SearchAnalytics.get_search_stats.<locals>"};
 
 void Statistics::count(Arg evals) {
     Number turnover(names_.turnover);
@@ -157,7 +163,8 @@ void Statistics::count(Arg evals) {
         const auto evaluated_in = era(ev);
         const auto count_into = [&](Windows::Kind kind, auto&& includes) {
             if (const auto place = windows_.place_of(kind); place && includes()) {
-                sums_.add(group, *place, measures, is_submittable);
+                in_place_of(state_, kCountInto,
+                            [&] { sums_.add(group, *place, measures, is_submittable); });
             }
         };
         count_into(Windows::kLifetime, [] { return true; });
@@ -303,7 +310,7 @@ Ref shown_rows(const Call& call, const Statistics& statistics) {
     const Direction direction =
         truth(call[names.sort_ascending]) ? Direction::kAscending : Direction::kDescending;
     if (!writer.has_original_rows() || !sort_original_rows(names, rows, direction)) {
-        sort_rows(state, rows, direction);
+        sort_rows(state, rows, direction, "SearchAnalytics.get_search_stats.<locals>");
     }
     return rows;
 }

@@ -4,6 +4,7 @@
 #include "engine/time_window.h"
 #include "engine/trend.h"
 #include "facade/record_maker.h"
+#include "facade/traceback.h"
 #include "records/fields.h"
 #include "tables/count_table.h"
 
@@ -132,11 +133,14 @@ std::optional<Ref> measure_beside(const ModuleState& state, Arg evals, Arg now, 
     return measured;
 }
 
-bool has_too_few(const Names& names, const Ref& measured) {
+// What tracebacks show of the expression that looks for a window with too few.
+constexpr InnerFunction kTooFew = {"<genexpr>", "SearchAnalytics.get_search_velocity.<locals>"};
+
+bool has_too_few(const ModuleState& state, const Ref& measured) {
     bool found = false;
     for_each_until(measured, [&](PyObject* window) {
-        found = truth(as_generator_body([&] {
-            const Ref total = attribute(window, names.total_evaluations);
+        found = truth(in_generator(state, kTooFew, [&] {
+            const Ref total = attribute(window, state.names().total_evaluations);
             return comparison(total, new_int(kFewestForTrend), Py_LT);
         }));
         return !found;
@@ -145,8 +149,9 @@ bool has_too_few(const Names& names, const Ref& measured) {
 }
 
 // Compares the passes per hour of the shortest window with those of the longest.
-std::string_view velocity_trend(const Names& names, const Ref& measured) {
-    if (has_too_few(names, measured)) {
+std::string_view velocity_trend(const ModuleState& state, const Ref& measured) {
+    const Names& names = state.names();
+    if (has_too_few(state, measured)) {
         return kNoTrend;
     }
     Ref shortest = item(measured, 0);
@@ -180,7 +185,7 @@ Ref get_search_velocity(const Call& call) {
     auto beside = measure_beside(state, evals, now, windows);
     const Ref measured = beside ? std::move(*beside) : measure_each(state, evals, now, windows);
     return RecordMaker(state, names.SearchVelocityResult)
-        .make({{names.windows, measured}, {names.trend, velocity_trend(names, measured)}});
+        .make({{names.windows, measured}, {names.trend, velocity_trend(state, measured)}});
 }
 
 }  // namespace

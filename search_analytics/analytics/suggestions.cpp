@@ -37,7 +37,8 @@ Ref get_suggestions(const Call& call) {
     const Ref rows = attribute(stats, names.rows);
     const Ref focus = first_items(rows, call[names.top_n]);
     const Ref worst_first = list_of(rows);
-    sort_rows(state, worst_first, Direction::kAscending);
+    sort_rows(state, worst_first, Direction::kAscending,
+              "SearchAnalytics.get_suggestions.<locals>");
     const Ref avoid = first_items(worst_first, call[names.top_n]);
     return RecordMaker(state, names.SuggestionsResult)
         .make({{names.focus, focus},

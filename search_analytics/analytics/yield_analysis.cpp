@@ -9,6 +9,7 @@
 #include "engine/time_window.h"
 #include "engine/trend.h"
 #include "facade/record_maker.h"
+#include "facade/traceback.h"
 #include "records/fields.h"
 
 namespace search_analytics {
@@ -65,10 +66,13 @@ struct Failure {
     std::array<Ref, kCount> texts;
 
     // Whether any of them holds "tamper", in capitals or not ("tampering", too).
-    bool is_marked_tampering(const Names& names) const;
+    bool is_marked_tampering(const ModuleState& state) const;
 };
 
-bool Failure::is_marked_tampering(const Names& names) const {
+// What tracebacks show of the expression that puts the texts into lower case.
+constexpr InnerFunction kTexts = {"<genexpr>", "SearchAnalytics.get_yield_analysis.<locals>"};
+
+bool Failure::is_marked_tampering(const ModuleState& state) const {
     constexpr std::string_view kWord = "tamper";
     // Texts that are joined do not hold the word between them: there are blanks in between.
     for (const Ref& text : texts) {
@@ -80,11 +84,11 @@ bool Failure::is_marked_tampering(const Names& names) const {
     }
     Ref words;
     for (const Ref& reason : texts) {
-        as_generator_body([&] {
+        in_generator(state, kTexts, [&] {
             if (!reason.is_none() && truth(reason)) {
                 const Ref shown = text(reason);
                 words = words.empty() ? new_list() : std::move(words);
-                append(words, call_method(shown, names.lower));
+                append(words, call_method(shown, state.names().lower));
             }
         });
     }
@@ -141,7 +145,7 @@ class Scan {
         const Ref delta = tamper_delta(agent_measure, server_measure);
         const Failure failure = {{failure_reason_.or_none(ev), failure_detail_.or_none(ev),
                                   status.rejection_reason.copy(), rejection_reason_.or_none(ev)}};
-        const bool is_marked = failure.is_marked_tampering(names_);
+        const bool is_marked = failure.is_marked_tampering(state_);
 
         const Ref record = copy_of_dict(blank_record_);
         fill(record, names_.eval_type, eval_type);
@@ -169,9 +173,12 @@ class Scan {
     }
 
     Ref tamper_delta(const Ref& agent_measure, const Ref& server_measure) {
-        return delta_.is_original()
-                   ? pnl_mi_tamper_delta(state_, agent_measure, server_measure)
-                   : call_global(state_, delta_.name(), agent_measure, server_measure);
+        if (delta_.is_original()) {
+            return in_place_of(state_, kPnlMiTamperDelta, [&] {
+                return pnl_mi_tamper_delta(state_, agent_measure, server_measure);
+            });
+        }
+        return call_global(state_, delta_.name(), agent_measure, server_measure);
     }
 
     // The pool that the evaluation went to: by its status row, else by its own attribute; only

@@ -5,6 +5,7 @@
 #include "engine/filters.h"
 #include "engine/functions.h"
 #include "engine/usage.h"
+#include "facade/traceback.h"
 
 namespace search_analytics {
 
@@ -65,11 +66,16 @@ Ref submitted_only(const Names& names, Arg evals) {
     return kept;
 }
 
+// What tracebacks show of the expression that compares the items.
+constexpr InnerFunction kMatches = {"<genexpr>", "SearchAnalytics._fetch_evaluations.<locals>"};
+
 // One filter on what an evaluation used: some item's value under a key has to equal what is wanted.
 class UsageFilter {
    public:
-    UsageFilter(UsageReader& usage, Side side, PyObject* key, PyObject* wanted)
-        : usage_(usage),
+    UsageFilter(const ModuleState& state, UsageReader& usage, Side side, PyObject* key,
+                PyObject* wanted)
+        : state_(state),
+          usage_(usage),
           side_(side),
           key_(key),
           wanted_(wanted),
@@ -98,8 +104,9 @@ class UsageFilter {
         bool found = false;
         for_each_until(usage_.items(ev, side_), [&](PyObject* item) {
             note_work(wanted_is_str_ ? text_length(wanted_) : 0);
-            found = truth(as_generator_body(
-                [&] { return comparison(usage_.value(item, key_, side_), wanted_, Py_EQ); }));
+            found = truth(in_generator(state_, kMatches, [&] {
+                return comparison(usage_.value(item, key_, side_), wanted_, Py_EQ);
+            }));
             return !found;
         });
         return found;
@@ -109,6 +116,7 @@ class UsageFilter {
     void read_ahead(ReadAhead& ahead) const { ahead.add_items(usage_.metadata(side_), entry_); }
 
    private:
+    const ModuleState& state_;
     UsageReader& usage_;
     Side side_;
     PyObject* key_;
@@ -126,8 +134,9 @@ class UsageFilters {
             PyObject* name = names.*filter.name;
             if (filter.kind != FilterKind::kTracker && call[name] != Py_None) {
                 const bool is_function = filter.kind == FilterKind::kFunctions;
-                filters_.emplace_back(usage_, is_function ? Side::kFunctions : Side::kFeatures,
-                                      name, call[name]);
+                filters_.emplace_back(call.state(), usage_,
+                                      is_function ? Side::kFunctions : Side::kFeatures, name,
+                                      call[name]);
             }
         }
     }

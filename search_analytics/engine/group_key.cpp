@@ -3,16 +3,23 @@
 
 #include "engine/functions.h"
 #include "facade/statement.h"
+#include "facade/traceback.h"
 
 namespace search_analytics {
 
 namespace {
 
+constexpr std::string_view kClassName = "SearchAnalytics";
+
+// What tracebacks show of the expression that collects the values.
+constexpr InnerFunction kValues = {"<genexpr>", "SearchAnalytics._build_group_key.<locals>"};
+
 // The set of `_usage_value(item, key, ...)` over the items of a record.
-void collect(UsageReader& usage, PyObject* record, Side side, Arg key, NameSet& names) {
+void collect(const ModuleState& state, UsageReader& usage, PyObject* record, Side side, Arg key,
+             NameSet& names) {
     names.clear();
     for_each(usage.items(record, side), [&](PyObject* item) {
-        names.add(as_generator_body([&] { return usage.value(item, key, side); }));
+        names.add(in_generator(state, kValues, [&] { return usage.value(item, key, side); }));
     });
 }
 
@@ -28,8 +35,8 @@ Ref build_group_key(const Call& call) {
     UsageReader usage(state);
     NameSet functions;
     NameSet features;
-    collect(usage, record, Side::kFunctions, granularity.function_key, functions);
-    collect(usage, record, Side::kFeatures, granularity.feature_key, features);
+    collect(state, usage, record, Side::kFunctions, granularity.function_key, functions);
+    collect(state, usage, record, Side::kFeatures, granularity.feature_key, features);
     const Ref function_side = functions.frozen();
     const Ref feature_side = features.frozen();
     return tuple_of(function_side, feature_side);
@@ -137,9 +144,11 @@ std::size_t GroupKey::operator()(Asked ev) {
             return groups_.number_of(call(method, ev.record, aggregate_by_));
         }
     }
-    const Granularity& granularity = granularity_.now();
-    collect(usage_, ev.record, Side::kFunctions, granularity.function_key, functions_);
-    collect(usage_, ev.record, Side::kFeatures, granularity.feature_key, features_);
+    in_place_of(state_, {kBuildGroupKey, kClassName}, [&] {
+        const Granularity& granularity = granularity_.now();
+        collect(state_, usage_, ev.record, Side::kFunctions, granularity.function_key, functions_);
+        collect(state_, usage_, ev.record, Side::kFeatures, granularity.feature_key, features_);
+    });
     return groups_.number_of(functions_, features_);
 }
 

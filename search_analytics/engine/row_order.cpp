@@ -80,9 +80,9 @@ bool sort_original_rows(const Names& names, const Ref& rows, Direction direction
     return true;
 }
 
-void sort_rows(ModuleState& state, const Ref& rows, Direction direction) {
-    const Ref key =
-        make_function(state, direction == Direction::kAscending ? kAscendingKey : kDescendingKey);
+void sort_rows(ModuleState& state, const Ref& rows, Direction direction, std::string_view owner) {
+    const Ref key = make_method(
+        state, direction == Direction::kAscending ? kAscendingKey : kDescendingKey, owner);
     sort_by(state, rows, key);
 }
 

@@ -8,8 +8,9 @@ namespace search_analytics {
 enum class Direction { kAscending, kDescending };
 
 // Sorts rows in place by the composite score of their first window; among equal scores the group
-// with more evaluations comes first in either direction, and then the one first met.
-void sort_rows(ModuleState& state, const Ref& rows, Direction direction);
+// with more evaluations comes first in either direction, and then the one first met. Tracebacks
+// show the key function as one of `owner`.
+void sort_rows(ModuleState& state, const Ref& rows, Direction direction, std::string_view owner);
 
 // The same without a call per row, for rows that are the module's own records. Returns false, and
 // leaves the rows as they are, where a score is anything but a float with a place in the order.

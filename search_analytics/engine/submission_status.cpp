@@ -1,9 +1,11 @@
 // What became of an evaluation that was submitted, by the tracker's database.
 #include "engine/submission_status.h"
 
+#include "engine/functions.h"
 #include "engine/schema.h"
 #include "engine/statistic.h"
 #include "facade/statement.h"
+#include "facade/traceback.h"
 
 namespace search_analytics {
 
@@ -35,7 +37,9 @@ SubmissionStatusReader::SubmissionStatusReader(ModuleState& state, Ref conn)
 void SubmissionStatusReader::find_table(Arg eval_type) {
     const Names& names = state_.names();
     if (find_table_.is_original()) {
-        const StatusTable found = submission_status_table(names, eval_type);
+        const StatusTable found = in_place_of(state_, kSubmissionStatusTableAndSignalColumn, [&] {
+            return submission_status_table(names, eval_type);
+        });
         table_ = Ref::share(found.table);
         pool_column_ = Ref::share(found.pool_column);
         return;
@@ -51,7 +55,8 @@ bool SubmissionStatusReader::table_exists() {
         return false;
     }
     if (probe_.is_original()) {
-        return tracker_table_exists(state_.names(), conn_, table_);
+        return in_place_of(state_, kTrackerTableExists,
+                           [&] { return tracker_table_exists(state_.names(), conn_, table_); });
     }
     return truth(call_global(state_, probe_.name(), conn_, table_));
 }

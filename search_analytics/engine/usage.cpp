@@ -2,6 +2,7 @@
 #include "engine/usage.h"
 
 #include "engine/functions.h"
+#include "facade/traceback.h"
 
 namespace search_analytics {
 
@@ -90,21 +91,23 @@ Ref usage_value(const Names& names, Arg item, Arg key, Arg name_key) {
     return is_truthy_value(value) ? std::move(value) : Ref::share(names.empty);
 }
 
-UsageReader::Readers::Readers(const ModuleState& state, PyObject* items_name,
-                              PyObject* metadata_attr, PyObject* names_attr,
+UsageReader::Readers::Readers(const ModuleState& state, const FunctionDescription& described,
+                              PyObject* items_name, PyObject* metadata_attr, PyObject* names_attr,
                               PyObject* item_name_key)
     : metadata(metadata_attr),
       names(names_attr),
       name_key(item_name_key),
+      description(described),
       items_function(state, items_name) {}
 
 UsageReader::UsageReader(const ModuleState& state)
     : state_(state),
       usage_items_(state, state.names()._usage_items),
       usage_value_(state, state.names()._usage_value),
-      functions_(state, state.names()._function_items, state.names().function_metadata,
-                 state.names().functions, state.names().function_name),
-      features_(state, state.names()._feature_items, state.names().feature_metadata,
+      functions_(state, kFunctionItems, state.names()._function_items,
+                 state.names().function_metadata, state.names().functions,
+                 state.names().function_name),
+      features_(state, kFeatureItems, state.names()._feature_items, state.names().feature_metadata,
                 state.names().features, state.names().feature_name) {}
 
 void UsageReader::refresh() {
@@ -116,7 +119,11 @@ void UsageReader::refresh() {
 Ref UsageReader::items(PyObject* record, Side side) {
     Readers& readers = of(side);
     if (readers.items_function.is_original() && usage_items_.is_original()) {
-        return usage_items(record, readers.metadata, readers.names, readers.name_key);
+        return in_place_of(state_, readers.description, [&] {
+            return in_place_of(state_, kUsageItems, [&] {
+                return usage_items(record, readers.metadata, readers.names, readers.name_key);
+            });
+        });
     }
     return call_global(state_, readers.items_function.name(), record);
 }
@@ -124,7 +131,8 @@ Ref UsageReader::items(PyObject* record, Side side) {
 Ref UsageReader::value(Arg item, Arg key, Side side) {
     PyObject* name_key = of(side).name_key;
     if (usage_value_.is_original()) {
-        return usage_value(state_.names(), item, key, name_key);
+        return in_place_of(state_, kUsageValue,
+                           [&] { return usage_value(state_.names(), item, key, name_key); });
     }
     return call_global(state_, usage_value_.name(), item, key, name_key);
 }

@@ -3,7 +3,7 @@
 
 #include <span>
 
-#include "facade/module_state.h"
+#include "facade/signature.h"
 #include "names/names.h"
 #include "records/fields.h"
 #include "tables/name_set.h"
@@ -45,12 +45,13 @@ class UsageReader {
     static constexpr std::size_t kMostPeekedItems = 4096;
 
     struct Readers {
-        Readers(const ModuleState& state, PyObject* items_function, PyObject* metadata,
-                PyObject* names, PyObject* name_key);
+        Readers(const ModuleState& state, const FunctionDescription& described,
+                PyObject* items_function, PyObject* metadata, PyObject* names, PyObject* name_key);
 
         Attribute metadata;
         Attribute names;
         PyObject* name_key;
+        const FunctionDescription& description;
         WatchedGlobal items_function;
         bool may_peek = false;
     };

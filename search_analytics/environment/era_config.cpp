@@ -68,7 +68,7 @@ Ref candidate_era_configs(const Call& call) {
     const Names& names = call.names();
     Ref arguments =
         tuple_of(call[names.onboarding_config], call[names.active_handle], call[names.runtime]);
-    return make_generator(call.state(), "_candidate_era_configs", std::move(arguments), candidate,
+    return make_generator(call.state(), kCandidateEraConfigs, std::move(arguments), candidate,
                           kPlaceCount);
 }
 

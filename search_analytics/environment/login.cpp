@@ -2,6 +2,7 @@
 #include "environment/helpers.h"
 #include "environment/search_module.h"
 #include "facade/statement.h"
+#include "facade/traceback.h"
 #include "names/names.h"
 
 namespace search_analytics {
@@ -35,6 +36,7 @@ Ref login_token(const ModuleState& state, Arg auth_error, Arg auth) {
             throw;
         }
     }
+    show_in_traceback(state, kRequireRegisteredOrLoggedIn);
     const Ref failure = take_error();
     const HandledException handled(failure);
     raise_object_from(login_required(state, auth_error), failure);

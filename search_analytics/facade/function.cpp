@@ -6,6 +6,7 @@
 #include <string>
 
 #include "facade/function_object.h"
+#include "facade/traceback.h"
 #include "python/containers.h"
 #include "python/turns.h"
 
@@ -92,6 +93,20 @@ bool bind_arguments(PyObject* names, PyObject* defaults, PyObject* const* argume
     return true;
 }
 
+// Runs the implementation, and shows the function in the traceback of an error.
+Ref run(const FunctionObject* function, const Call& call) {
+    const RecursionGuard guard;
+    PyObject* result = at_boundary<PyObject*>(nullptr, [&] {
+        // As every function in Python does, for those who call it in a loop: a sort its key, say.
+        take_turns_after(kWorkOfStep);
+        return function->implementation(call).release();
+    });
+    if (result == nullptr) [[unlikely]] {
+        show_in_traceback(call.state(), {*function->description, function->owner});
+    }
+    return Ref::steal(result);
+}
+
 Ref call_bound(FunctionObject* function, PyObject* const* arguments, std::size_t flagged_count,
                PyObject* keywords) {
     const Py_ssize_t positional = PyVectorcall_NARGS(flagged_count);
@@ -105,10 +120,7 @@ Ref call_bound(FunctionObject* function, PyObject* const* arguments, std::size_t
     }
     const Call call(state_of(function->module), function->parameter_names, bound,
                     function->description->name);
-    const RecursionGuard guard;
-    // As every function in Python does, for those who call it in a loop: a sort its key, say.
-    take_turns_after(kWorkOfStep);
-    return function->implementation(call);
+    return run(function, call);
 }
 
 PyObject* function_vectorcall(PyObject* callable, PyObject* const* arguments,
@@ -120,7 +132,7 @@ PyObject* function_vectorcall(PyObject* callable, PyObject* const* arguments,
     });
 }
 
-Ref make(ModuleState& state, const FunctionDescription& description, const std::string& qualname,
+Ref make(ModuleState& state, const FunctionDescription& description, std::string_view owner,
          Implementation implementation, bool without_self) {
     Signature signature = read_signature(state, description, without_self);
     if (PyTuple_GET_SIZE(signature.names.get()) > kMaximumParameters) {
@@ -132,16 +144,18 @@ Ref make(ModuleState& state, const FunctionDescription& description, const std::
         set_item(annotations, name, new_str(description.returns));
     }
     const Ref name = new_str(description.name);
-    const Ref qualified = new_str(qualname);
+    const Ref qualified = owner.empty() ? name.copy() : format("%U.%U", new_str(owner), name);
     const Ref documentation =
         description.documentation.empty() ? Ref::none() : new_str(description.documentation);
     const Ref module_name = load_global(state, state.words.dunder_name);
+    Ref no_type_parameters = Ref::steal(PyTuple_New(0));
 
     auto* type = reinterpret_cast<PyTypeObject*>(state.function_type);
     Ref made = Ref::steal(type->tp_alloc(type, 0));
     auto* function = reinterpret_cast<FunctionObject*>(made.get());
     function->vectorcall = function_vectorcall;
     function->description = &description;
+    function->owner = owner;
     function->implementation = implementation;
     function->module = Py_NewRef(state.module);
     function->globals = Py_NewRef(state.globals());
@@ -152,10 +166,10 @@ Ref make(ModuleState& state, const FunctionDescription& description, const std::
     function->documentation = documentation.copy().release();
     function->defaults = signature.defaults.release();
     function->annotations = annotations.copy().release();
+    function->type_parameters = no_type_parameters.release();
     return made;
 }
 
-    Ref no_type_parameters = Ref::steal(PyTuple_New(0));
 }  // namespace
 
 PyObject* Call::operator[](PyObject* name) const {
@@ -172,20 +186,17 @@ Ref Call::forward_to(Arg callable) const {
 }
 
 Ref make_function(ModuleState& state, const FunctionDescription& description) {
-    return make(state, description, std::string(description.name), description.implementation,
-    function->type_parameters = no_type_parameters.release();
-                false);
+    return make(state, description, {}, description.implementation, false);
 }
 
 Ref make_method(ModuleState& state, const FunctionDescription& description,
                 std::string_view class_name) {
-    return make(state, description, std::string(class_name) + "." + std::string(description.name),
-                description.implementation, false);
+    return make(state, description, class_name, description.implementation, false);
 }
 
 Ref make_forwarder(ModuleState& state, const FunctionDescription& method,
                    Ref (*implementation)(const Call& call)) {
-    return make(state, method, std::string(method.name), implementation, true);
+    return make(state, method, {}, implementation, true);
 }
 
 }  // namespace search_analytics

@@ -37,7 +37,8 @@ class Call {
 // Makes the type of the module's functions, and stores it in the state.
 void create_function_type(ModuleState& state);
 
-// A function of the module, or a method of the class `class_name` of the module.
+// A function of the module, or a method of the class `class_name` of the module. Both the
+// description and the name of the class must outlive it.
 Ref make_function(ModuleState& state, const FunctionDescription& description);
 Ref make_method(ModuleState& state, const FunctionDescription& description,
                 std::string_view class_name);

@@ -11,6 +11,8 @@ struct FunctionObject {
     PyObject ob_base;
     vectorcallfunc vectorcall;
     const FunctionDescription* description;
+    // The class that it was made for as a method, by its name; or nothing.
+    std::string_view owner;
     Implementation implementation;
     // Kept until the function is gone, so that it can be called as long as it exists.
     PyObject* module;
@@ -24,11 +26,11 @@ struct FunctionObject {
     PyObject* defaults;
     PyObject* keyword_defaults;
     PyObject* annotations;
-    PyObject* code;
-    PyObject* dict;
     // How to work the annotations out: null for as the function was made, or what was assigned.
     PyObject* annotate;
     PyObject* type_parameters;
+    PyObject* code;
+    PyObject* dict;
     PyObject* weak_references;
 };
 

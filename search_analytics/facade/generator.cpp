@@ -3,6 +3,7 @@
 
 #include <cstddef>
 
+#include "facade/traceback.h"
 #include "python/compat.h"
 #include "python/containers.h"
 
@@ -15,7 +16,7 @@ struct GeneratorObject {
     PyObject* module;
     PyObject* arguments;
     GeneratorStep step;
-    const char* name;
+    const FunctionDescription* function;
     int count;
     int next;      // the step to run next
     bool started;  // a value was asked for
@@ -35,10 +36,15 @@ void require_idle(const GeneratorObject* generator) {
     }
 }
 
+// Runs `part` of the generator's body, and shows the body in the traceback of an error.
+template <typename Part>
+auto in_body(GeneratorObject* generator, Part&& part) {
+    const Ref keep = Ref::share(reinterpret_cast<PyObject*>(generator));
+    return in_generator(state_of(generator->module), *generator->function, part);
+}
+
 // Runs steps until one yields. An error ends the generator.
 std::optional<Ref> advance(GeneratorObject* generator) {
-    require_idle(generator);
-    const Ref keep = Ref::share(reinterpret_cast<PyObject*>(generator));
     const Ref arguments = Ref::share(generator->arguments);
     generator->started = true;
     generator->running = true;
@@ -59,7 +65,8 @@ std::optional<Ref> advance(GeneratorObject* generator) {
 
 PyObject* iterate(PyObject* self) {
     return at_boundary<PyObject*>(nullptr, [&]() -> PyObject* {
-        auto value = as_generator_body([&] { return advance(as_generator(self)); });
+        require_idle(as_generator(self));
+        auto value = in_body(as_generator(self), [&] { return advance(as_generator(self)); });
         return value ? value->release() : nullptr;
     });
 }
@@ -124,7 +131,7 @@ PyObject* throw_into(PyObject* self, PyObject* arguments) {
         const bool was_suspended = generator->next < generator->count;
         finish(generator);
         if (was_suspended) {
-            as_generator_body([&] { raise_object(exception); });
+            in_body(generator, [&] { raise_object(exception); });
         }
         raise_object(exception);
     });
@@ -139,7 +146,8 @@ PyObject* close(PyObject* self, PyObject*) {
 }
 
 PyObject* represent(PyObject* self) noexcept {
-    return PyUnicode_FromFormat("<generator object %s at %p>", as_generator(self)->name, self);
+    return PyUnicode_FromFormat("<generator object %s at %p>",
+                                as_generator(self)->function->name.text.data(), self);
 }
 
 int traverse(PyObject* self, visitproc visit, void* arg) noexcept {
@@ -161,7 +169,7 @@ void deallocate(PyObject* self) noexcept {
 }
 
 PyObject* get_name(PyObject* self, void*) noexcept {
-    return PyUnicode_FromString(as_generator(self)->name);
+    return PyUnicode_FromString(as_generator(self)->function->name.text.data());
 }
 
 PyGetSetDef attributes[] = {
@@ -213,15 +221,15 @@ void create_generator_type(ModuleState& state) {
     state.generator_type = type.release();
 }
 
-Ref make_generator(ModuleState& state, const char* name, Ref arguments, GeneratorStep step,
-                   int count) {
+Ref make_generator(ModuleState& state, const FunctionDescription& function, Ref arguments,
+                   GeneratorStep step, int count) {
     auto* type = reinterpret_cast<PyTypeObject*>(state.generator_type);
     Ref made = Ref::steal(type->tp_alloc(type, 0));
     GeneratorObject* generator = as_generator(made.get());
     generator->module = Py_NewRef(state.module);
     generator->arguments = arguments.release();
     generator->step = step;
-    generator->name = name;
+    generator->function = &function;
     generator->count = count;
     return made;
 }

@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include "facade/module_state.h"
+#include "facade/signature.h"
 
 namespace search_analytics {
 
@@ -14,9 +14,9 @@ using GeneratorStep = std::optional<Ref> (*)(ModuleState& state, PyObject* argum
 // Makes the type of the module's generators, and stores it in the state.
 void create_generator_type(ModuleState& state);
 
-// A generator that goes through `count` steps; `arguments` is a tuple that every step is given.
-// `name` must outlive it.
-Ref make_generator(ModuleState& state, const char* name, Ref arguments, GeneratorStep step,
-                   int count);
+// What a call of the generator function `function` returns: it goes through `count` steps, each of
+// which is given the tuple `arguments`. The description must outlive it.
+Ref make_generator(ModuleState& state, const FunctionDescription& function, Ref arguments,
+                   GeneratorStep step, int count);
 
 }  // namespace search_analytics

@@ -35,7 +35,7 @@ Ref load_global(const ModuleState& state, Arg name) {
     if (auto value = builtin(name)) {
         return std::move(*value);
     }
-    raise(PyExc_NameError, format("name '%U' is not defined", name));
+    raise_name_error(name);
 }
 
 void bind_global(const ModuleState& state, Arg name, Arg value) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <source_location>
 #include <string_view>
 
 #include "facade/module_state.h"
@@ -12,9 +13,24 @@ namespace search_analytics {
 
 class Call;
 
-// A function as its table beside the implementation describes it.
+// A name, and the line of the sources that it is written in.
+struct PlacedName {
+    // NOLINTNEXTLINE(google-explicit-constructor): it is written as a mere text.
+    constexpr PlacedName(const char* name,
+                         std::source_location line = std::source_location::current())
+        : text(name), place(line) {}
+
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    constexpr operator std::string_view() const { return text; }
+
+    std::string_view text;
+    std::source_location place;
+};
+
+// A function as its table beside the implementation describes it. Tracebacks show the line that
+// gives its name.
 struct FunctionDescription {
-    std::string_view name;
+    PlacedName name;
     std::string_view documentation;
     // The parameters as a `def` statement would list them, in up to five pieces so that shared
     // stretches are written once. A default is None, True, False, a decimal integer, or a dotted

@@ -1,6 +1,8 @@
 // What statements do in a Python module: class, enumeration, data class and import.
 #include "facade/statement.h"
 
+#include "facade/traceback.h"
+
 namespace search_analytics {
 
 namespace {
@@ -14,7 +16,8 @@ void begin_class(const ModuleState& state, const Ref& body, const Ref& name,
     assign_item(body, words.dunder_doc, new_str(documentation));
 }
 
-// Runs a statement in a namespace of its own; its compiled form is kept.
+// Runs a statement in a namespace of its own; its compiled form is kept. Tracebacks do not show the
+// statement, but the function that it is part of.
 void run_statement(ModuleState& state, const char* statement, const Ref& scope) {
     const Ref text = new_str(statement);
     Ref code;
@@ -25,7 +28,11 @@ void run_statement(ModuleState& state, const char* statement, const Ref& scope) 
             Ref::steal(Py_CompileString(statement, "<kestrune.search_analytics>", Py_file_input));
         check(PyDict_SetItem(state.statements, text.get(), code.get()));
     }
-    Ref::steal(PyEval_EvalCode(code.get(), scope.get(), scope.get()));
+    PyObject* result = PyEval_EvalCode(code.get(), scope.get(), scope.get());
+    if (result == nullptr) {
+        hide_in_traceback(code);
+    }
+    Ref::steal(result);
 }
 
 }  // namespace

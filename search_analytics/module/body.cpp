@@ -2,6 +2,7 @@
 #include "engine/functions.h"
 #include "environment/helpers.h"
 #include "facade/statement.h"
+#include "facade/traceback.h"
 #include "module/steps.h"
 #include "names/names.h"
 
@@ -77,9 +78,7 @@ void remember_originals(ModuleState& state) {
     state.bound = bound.copy().release();
 }
 
-}  // namespace
-
-void run_body(ModuleState& state) {
+void run_steps(ModuleState& state) {
     const Names& names = state.names();
     bind_imports(state);
     bind_function(state, kAliasSourceFile);
@@ -96,6 +95,14 @@ void run_body(ModuleState& state) {
     bind_function(state, kGetOrInit);
     bind_operations(state);
     remember_originals(state);
+}
+
+constexpr InnerFunction kBody = {"<module>", {}};
+
+}  // namespace
+
+void run_body(ModuleState& state) {
+    in_place_of(state, kBody, [&] { run_steps(state); });
 }
 
 }  // namespace search_analytics

@@ -16,6 +16,14 @@ void raise(PyObject* type, const Ref& text) {
     throw ErrorSet();
 }
 
+void raise_name_error(Arg name) {
+    PyErr_Format(PyExc_NameError, "name '%U' is not defined", name.get());
+    const Ref error = take_error();
+    check(PyObject_SetAttrString(error.get(), "name", name.get()));
+    compat::restore_raised_exception(error.copy().release());
+    throw ErrorSet();
+}
+
 void raise_object(Arg exception) {
     Ref instance = exception.share();
     if (PyExceptionClass_Check(exception.get())) {
@@ -66,15 +74,16 @@ HandledException::~HandledException() {
     }
 }
 
-void rethrow_from_generator() {
+void replace_stop_iteration() {
     if (!error_is(PyExc_StopIteration)) {
-        throw ErrorSet();
+        return;
     }
     const Ref stop = take_error();
     const Ref error = Ref::steal(
         PyObject_CallFunction(PyExc_RuntimeError, "s", "generator raised StopIteration"));
     const HandledException handled(stop);
-    raise_object_from(error, stop);
+    PyException_SetCause(error.get(), stop.copy().release());
+    PyErr_SetObject(PyExc_RuntimeError, error.get());
 }
 
 }  // namespace search_analytics

@@ -39,6 +39,9 @@ inline Py_ssize_t check_size(Py_ssize_t result) {
 [[noreturn]] void raise(PyObject* type, const char* text);
 [[noreturn]] void raise(PyObject* type, const Ref& text);
 
+// NameError: the global `name` is not defined.
+[[noreturn]] void raise_name_error(Arg name);
+
 // The statement `raise exception from cause`. The cause is given when the statement stands
 // where `cause` is being handled; it becomes the context, too.
 [[noreturn]] void raise_object(Arg exception);
@@ -81,18 +84,9 @@ class HandledException {
     PyObject* traceback_ = nullptr;
 };
 
-// Runs the body of a generator or generator expression: a StopIteration must not leave it
-// unseen, since the consumer would take it for the end; it becomes a RuntimeError.
-[[noreturn]] void rethrow_from_generator();
-
-template <typename Body>
-auto as_generator_body(Body&& body) {
-    try {
-        return body();
-    } catch (const ErrorSet&) {
-        rethrow_from_generator();
-    }
-}
+// Makes a RuntimeError of the error that is set, if it is a StopIteration: no generator may let one
+// out unseen, since its consumer would take it for the end.
+void replace_stop_iteration();
 
 // The boundary between C++ and the interpreter: runs `body`, and turns what it throws into the
 // interpreter's error and `failed`. No C++ exception passes it. Not `noexcept`, though: when the

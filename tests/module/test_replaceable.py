@@ -179,6 +179,7 @@ def test_a_deleted_constant_is_a_missing_name(monkeypatch):
     with pytest.raises(NameError) as caught:
         engine_over([]).get_search_patterns()
     assert str(caught.value) == "name '_DEFAULT_ANALYTICS_HISTORY_LIMIT' is not defined"
+    assert caught.value.name == "_DEFAULT_ANALYTICS_HISTORY_LIMIT"
 
 
 CLOCK_READERS = ["get_search_stats", "get_search_velocity", "get_yield_analysis"]

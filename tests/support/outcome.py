@@ -16,7 +16,7 @@ from dataclasses import dataclass, is_dataclass
 from decimal import Decimal
 from enum import Enum
 from fractions import Fraction
-from types import SimpleNamespace
+from types import SimpleNamespace, TracebackType
 from typing import Any
 
 from model import search_analytics_model as model
@@ -146,6 +146,7 @@ class _Describer:
             _text(error),
             tuple(self.describe(argument) for argument in error.args),
             self._missing_name(error),
+            functions_passed(error),
             error.__suppress_context__,
             self.describe_error(error.__cause__, depth - 1),
             self.describe_error(error.__context__, depth - 1),
@@ -155,9 +156,31 @@ class _Describer:
         # The interpreter adds the name to an AttributeError that a property raised, or does not
         # once the line has run often (3.12 and later): only its own errors have it for certain.
         own = isinstance(error, AttributeError) and "has no attribute" in _text(error)
-        if own or isinstance(error, ImportError):
-            return self.describe(getattr(error, "name", None))
+        if own or isinstance(error, (ImportError, NameError)):
+            details = ("name", "path", "name_from")
+            found = tuple(self.describe(getattr(error, detail, None)) for detail in details)
+            return (*found, _name(getattr(error, "obj", None)))
         return ()
+
+
+def functions_passed(error: BaseException) -> tuple[str, ...]:
+    """The functions in the traceback of an exception, the outermost first.
+
+    Those without a name (lambdas, comprehensions, generator expressions) are left out.
+    """
+    codes = (entry.tb_frame.f_code for entry in traceback_entries(error))
+    names = (getattr(code, "co_qualname", code.co_name) for code in codes)
+    return tuple(name for name in names if not name.endswith(">"))
+
+
+def traceback_entries(error: BaseException) -> list[TracebackType]:
+    """The entries of an exception's traceback, the outermost first."""
+    found = []
+    entry = error.__traceback__
+    while entry is not None:
+        found.append(entry)
+        entry = entry.tb_next
+    return found
 
 
 def _name(value: Any) -> str:
