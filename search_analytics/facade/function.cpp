@@ -6,6 +6,7 @@
 #include <string>
 
 #include "facade/function_object.h"
+#include "facade/profile.h"
 #include "facade/traceback.h"
 #include "python/containers.h"
 #include "python/turns.h"
@@ -125,11 +126,18 @@ Ref call_bound(FunctionObject* function, PyObject* const* arguments, std::size_t
 
 PyObject* function_vectorcall(PyObject* callable, PyObject* const* arguments,
                               std::size_t flagged_count, PyObject* keywords) {
-    return at_boundary<PyObject*>(nullptr, [&] {
-        return call_bound(reinterpret_cast<FunctionObject*>(callable), arguments, flagged_count,
-                          keywords)
-            .release();
-    });
+    auto* function = reinterpret_cast<FunctionObject*>(callable);
+    auto call = [=] {
+        return at_boundary<PyObject*>(nullptr, [&] {
+            return call_bound(function, arguments, flagged_count, keywords).release();
+        });
+    };
+    if (compat::is_profiled()) [[unlikely]] {
+        return call_profiled(
+            function, [](void* context) { return (*static_cast<decltype(call)*>(context))(); },
+            &call);
+    }
+    return call();
 }
 
 Ref make(ModuleState& state, const FunctionDescription& description, std::string_view owner,

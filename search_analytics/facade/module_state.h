@@ -20,6 +20,8 @@ struct ModuleState {
     PyObject* bound_methods = nullptr;
     // Import statements by their text, compiled.
     PyObject* statements = nullptr;
+    // What stands for the functions in profiles, by their full names; null until it is needed.
+    PyObject* stand_ins = nullptr;
     // The module itself, borrowed: it owns this state.
     PyObject* module = nullptr;
     // The module's namespace, which its functions see as their globals. Kept until the state is
@@ -33,7 +35,7 @@ struct ModuleState {
     template <typename Each>
     int visit(Each&& each) {
         for (PyObject** field :
-             {&function_type, &generator_type, &bound, &bound_methods, &statements}) {
+             {&function_type, &generator_type, &bound, &bound_methods, &statements, &stand_ins}) {
             if (const int stop = each(*field); stop != 0) {
                 return stop;
             }

@@ -106,6 +106,12 @@ inline void restore_raised_exception(PyObject* exception) {
 #endif
 }
 
+// Whether a profiler listens to this thread, and is not running itself.
+inline bool is_profiled() {
+    const PyThreadState* thread = PyThreadState_Get();
+    return thread->c_profilefunc != nullptr && thread->tracing == 0;
+}
+
 // From here on until resume_tracing(), this thread's tracers and profilers see nothing.
 inline void pause_tracing() {
     PyThreadState* thread = PyThreadState_Get();

@@ -2,11 +2,12 @@
 
 from __future__ import annotations
 
+import cProfile
 import importlib
 import inspect
+import pstats
 import signal
 import sys
-import pstats
 import types
 import warnings
 from enum import Enum
@@ -14,8 +15,8 @@ from types import SimpleNamespace
 
 import kestrune.search_analytics as search_analytics
 import pytest
-from support.operations import WALKS, walk
 from model import search_analytics_model as model
+from support.operations import WALKS, walk
 from support.parts import engine_over, evaluation, pool
 
 
@@ -112,6 +113,37 @@ def test_functions_are_not_traced():
     assert called
     assert "get_search_patterns" not in called
     assert "_fetch_evaluations" not in called
+
+
+def test_helpers_that_are_carried_out_without_a_call_are_not_profiled():
+    called = []
+
+    def profile(_, event, argument):
+        if event == "c_call":
+            called.append(getattr(argument, "__name__", None))
+
+    engine = engine_over([evaluation()])
+    before = sys.getprofile()
+    sys.setprofile(profile)
+    try:
+        engine.get_search_patterns()
+        search_analytics._function_items(evaluation())
+    finally:
+        sys.setprofile(before)
+    assert "get_search_patterns" in called
+    assert called.count("_function_items") == 1
+
+
+@pytest.mark.skipif(sys.version_info < (3, 12), reason="it hears of every function")
+def test_the_profiler_of_the_library_does_not_name_the_functions():
+    profiler = cProfile.Profile()
+    engine = engine_over([])
+    profiler.enable()
+    engine.get_search_patterns()
+    profiler.disable()
+    names = [name for _, _, name in pstats.Stats(profiler).stats]
+    assert "get_evaluation_history" in names
+    assert not [name for name in names if "get_search_patterns" in name]
 
 
 def test_levels_of_a_warning_count_past_the_functions():
