@@ -21,7 +21,7 @@ std::atomic<Clock::rep> last_turn = 0;
 Ref idle_code() {
     PyObject* registry = PyInterpreterState_GetDict(PyInterpreterState_Get());
     if (registry == nullptr) {
-        throw ErrorSet();
+        throw std::bad_alloc();  // it could not be made; the interpreter sets no error
     }
     const Ref mark = new_str("kestrune.search_analytics.idle_code");
     if (auto known = dict_entry(registry, mark)) {
