@@ -114,9 +114,34 @@ def engine(w: World, history: Any, **attributes: Any) -> Any:
     return w.module.SearchAnalytics(tracker, pools)
 
 
-def plain(index: int = 0, **changes: Any) -> SimpleNamespace:
-    """A complete record that does nothing."""
-    return SimpleNamespace(**fields(index, **changes))
+class Plain:
+    """A record of an ordinary class."""
+
+    def __init__(self, **values: Any) -> None:
+        for name, value in values.items():
+            setattr(self, name, value)
+
+
+# What is asked for in a dictionary and is not there takes asking a record for everything.
+COMPLETE: Mapping[str, Any] = {
+    "per_column_stats": {
+        "gross_returns_sharpe": 1.25,
+        "gross_returns_returns": 0.5,
+        "gross_returns_drawdown": 0.25,
+    },
+    "feature_metadata": [
+        {"feature_name": "close", "feature_family": "price", "feature_subfamily": "daily"}
+    ],
+}
+
+
+def plain(index: int = 0, **changes: Any) -> Plain:
+    """A complete record that does nothing, and that can be read in place."""
+    made = {**fields(index), **COMPLETE}
+    for item in made["function_metadata"]:
+        item["function_subfamily"] = f"part{index % 2}"
+    made.update(changes)
+    return Plain(**made)
 
 
 def call(w: World, history: Any, operation: str, **keywords: Any) -> Call:

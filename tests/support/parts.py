@@ -47,7 +47,15 @@ def pool(name: str = "main", threshold: float = 0.7) -> SimpleNamespace:
     )
 
 
-def evaluation(**overrides: Any) -> SimpleNamespace:
+class Evaluation:
+    """A record of an ordinary class: it can be read in place."""
+
+    def __init__(self, **fields: Any) -> None:
+        for name, value in fields.items():
+            setattr(self, name, value)
+
+
+def evaluation(**overrides: Any) -> Evaluation:
     """One complete evaluation record: a passed signal made of two functions and one feature."""
     fields: dict[str, Any] = {
         "eval_type": "signal",
@@ -72,7 +80,7 @@ def evaluation(**overrides: Any) -> SimpleNamespace:
         ],
     }
     fields.update(overrides)
-    return SimpleNamespace(**fields)
+    return Evaluation(**fields)
 
 
 def function_item(name: Any, family: Any = None, subfamily: Any = None) -> dict[str, Any]:
@@ -80,7 +88,7 @@ def function_item(name: Any, family: Any = None, subfamily: Any = None) -> dict[
     return {"function_name": name, "function_family": family, "function_subfamily": subfamily}
 
 
-def using(*names: Any, **overrides: Any) -> SimpleNamespace:
+def using(*names: Any, **overrides: Any) -> Evaluation:
     """An evaluation whose functions are bare names, without metadata."""
     return evaluation(function_metadata=None, functions=list(names), **overrides)
 
