@@ -84,11 +84,17 @@ PyObject* send(PyObject* self, PyObject* value) {
     return result;
 }
 
+// Whether a value is an exception of the class `type`, as the interpreter finds out.
+bool is_exception_of(PyObject* type, PyObject* value) {
+    return value != nullptr && PyExceptionInstance_Check(value) &&
+           check_truth(PyObject_IsSubclass(type_of(value), type));
+}
+
 // The exception object that throw(type, value, traceback) asks for.
 Ref thrown_exception(PyObject* type, PyObject* value, PyObject* traceback) {
     Ref exception;
     if (PyExceptionClass_Check(type)) {
-        if (value != nullptr && PyExceptionInstance_Check(value)) {
+        if (is_exception_of(type, value)) {
             exception = Ref::share(value);
         } else if (value == nullptr || value == Py_None) {
             exception = call(type);

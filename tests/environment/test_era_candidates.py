@@ -299,3 +299,47 @@ def test_arguments_are_bound_before_the_first_step():
     with pytest.raises(TypeError, match="missing 1 required positional argument"):
         _candidate_era_configs()
     assert list(_candidate_era_configs(onboarding_config=None, runtime=None)) == []
+
+
+OWN, OTHER = ValueError("own"), KeyError("other")
+THROWN = {
+    "class and text": ((ValueError, "text"), ValueError, ("text",)),
+    "class and several": ((ValueError, ("a", "b")), ValueError, ("a", "b")),
+    "class and nothing": ((ValueError, None), ValueError, ()),
+    "class and instance": ((ValueError, OWN), ValueError, ("own",)),
+    "base class and instance": ((Exception, OWN), ValueError, ("own",)),
+    "class and other instance": ((ValueError, OTHER), ValueError, (OTHER,)),
+    "class and no traceback": ((ValueError, "text", None), ValueError, ("text",)),
+    "instance and nothing": ((OWN, None), ValueError, ("own",)),
+    "instance and value": (
+        (OWN, 5),
+        TypeError,
+        ("instance exception may not have a separate value",),
+    ),
+    "traceback of another type": (
+        (ValueError, "text", 5),
+        TypeError,
+        ("throw() third argument must be a traceback object",),
+    ),
+}
+
+
+@pytest.mark.parametrize(("arguments", "kind", "values"), THROWN.values(), ids=THROWN)
+def test_throw_takes_what_generators_take(arguments, kind, values):
+    with pytest.raises((LookupError, TypeError, ValueError)) as caught:
+        _candidate_era_configs({}).throw(*arguments)
+    assert type(caught.value) is kind
+    assert caught.value.args == values
+
+
+def test_throw_gives_the_error_that_traceback():
+    try:
+        raise KeyError
+    except KeyError as error:
+        trace = error.__traceback__
+    with pytest.raises(ValueError, match="text") as caught:
+        _candidate_era_configs({}).throw(ValueError, "text", trace)
+    found = caught.value.__traceback__
+    while found.tb_next is not None:
+        found = found.tb_next
+    assert found is trace
