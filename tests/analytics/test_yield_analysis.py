@@ -212,3 +212,15 @@ def test_attributes_of_a_record_are_read_in_order():
 def test_no_history_at_all_is_a_type_error():
     with pytest.raises(TypeError):
         analysis(None)
+
+
+class Lying(list):
+    """A history that says that it is longer than it is."""
+
+    def __len__(self):
+        return 2**53 + 1
+
+
+def test_a_rate_of_more_evaluations_than_doubles_count_is_rounded_once():
+    result = engine_over(Lying([evaluation()])).get_yield_analysis()
+    assert result.lifetime_yield_rate == 1 / (2**53 + 1) != 1 / 2.0**53

@@ -155,3 +155,24 @@ def test_a_suspect_is_a_copy_with_its_reasons_last():
     assert original is not suspect
     assert "tamper_reasons" not in original
     assert {key: suspect[key] for key in KEYS} == original
+
+
+WIDE = {"latin": "größe", "two bytes": "平均", "four bytes": "😀"}
+
+
+@pytest.mark.parametrize("name", ["failure_reason", "failure_detail", "rejection_reason"])
+@pytest.mark.parametrize("wide", WIDE.values(), ids=WIDE)
+def test_a_text_of_any_letters_may_speak_of_tampering(wide, name):
+    assert reasons(evaluation(**{name: f"{wide} TAMPERing {wide}"})) == [MARKED]
+    assert reasons(evaluation(**{name: f"{wide} tamp {wide} er"})) == []
+
+
+def test_texts_side_by_side_are_no_word():
+    for wide in ("", "平"):
+        record = evaluation(failure_reason=f"{wide}tam", failure_detail="per")
+        assert reasons(record) == []
+
+
+@pytest.mark.parametrize("word", ["tampeŕ", "\uff54amper", "t\u0430mper"], ids=ascii)
+def test_letters_that_only_look_alike_are_no_word(word):
+    assert reasons(evaluation(failure_reason=word)) == []

@@ -226,3 +226,50 @@ def test_an_engine_that_logs_its_attributes(quiet: bool) -> None:
             return lambda: getattr(made, operation)(**OPERATIONS[operation])
 
         assert_same(build)
+
+
+class Changing:
+    """A history that runs an action between two of its records."""
+
+    def __init__(self, history: list[Any], action: Call) -> None:
+        self.history, self.action = history, action
+
+    def __len__(self) -> int:
+        return len(self.history)
+
+    def __iter__(self) -> Any:
+        for number, record in enumerate(self.history):
+            if number == 3:
+                once(self.action)()
+            yield record
+
+
+@pytest.mark.parametrize("helper", HELPERS)
+@pytest.mark.parametrize("operation", OPERATIONS)
+def test_a_history_replaces_a_helper_between_two_records(operation: str, helper: str) -> None:
+    def build(w: World) -> Call:
+        history = Changing([plain(i) for i in range(6)], lambda: replace(w, helper))
+        return call(w, history, operation)
+
+    assert_same(build)
+
+
+class Clearing:
+    """A truth that empties the history."""
+
+    def __init__(self, history: list[Any]) -> None:
+        self.history = history
+
+    def __bool__(self) -> bool:
+        self.history.clear()
+        return True
+
+
+@pytest.mark.parametrize("operation", OPERATIONS)
+def test_a_record_that_is_dropped_while_it_is_asked_is_asked_on(operation: str) -> None:
+    def build(w: World) -> Call:
+        history: list[Any] = [plain(i) for i in range(6)]
+        history[4].passed_thresholds = Clearing(history)
+        return call(w, history, operation)
+
+    assert_same(build)

@@ -17,6 +17,10 @@ Change = Callable[[World], None]
 MEMBER = "FUNCTION_FAMILY_FEATURE_FAMILY"
 
 
+class OwnText(str):
+    __slots__ = ()
+
+
 def records(w: World, quiet: bool) -> list[Any]:
     """Enough records for each way of reading them, one of which can spring in their midst."""
     make = plain if quiet else lambda index: trap(w, index)
@@ -61,6 +65,14 @@ def edit_the_function_map(w: World) -> None:
 
 def edit_the_feature_map(w: World) -> None:
     set_item(w, w.module._FEAT_KEY_MAP, "feature_family", "feature_name")
+
+
+def map_functions_to_a_number(w: World) -> None:
+    set_item(w, w.module._FUNC_KEY_MAP, "function_family", 5)
+
+
+def map_features_to_own_text(w: World) -> None:
+    set_item(w, w.module._FEAT_KEY_MAP, "feature_family", OwnText("feature_name"))
 
 
 def empty_the_feature_map(w: World) -> None:
@@ -138,6 +150,7 @@ CHANGES: dict[str, Change] = {
     for change in (
         *(change_the_value, spoil_the_value, lengthen_the_value),
         *(edit_the_function_map, edit_the_feature_map, empty_the_feature_map),
+        *(map_functions_to_a_number, map_features_to_own_text),
         *(replace_the_function_map, replace_the_feature_map),
         *(equal_anything, equal_itself_only, refuse_to_compare),
         *(read_the_value_aloud, shadow_the_value, look_up_aloud),
@@ -257,5 +270,16 @@ def test_groupings_of_another_kind(grouping: str, quiet: bool) -> None:
     def build(w: World) -> Call:
         by = GROUPINGS[grouping](w)
         return call(w, records(w, quiet), "get_search_stats", aggregate_by=by)
+
+    assert_same(build)
+
+
+def test_an_empty_key_is_not_taken_for_a_key_that_is_no_text() -> None:
+    def build(w: World) -> Call:
+        items = [{"": "empty", "function_name": "f", 5: "five"}]
+        texts = [{"": "empty", "function_name": "f"}]
+        history = [plain(i, function_metadata=items if i % 2 else texts) for i in range(6)]
+        map_functions_to_a_number(w)
+        return call(w, history, "get_search_stats", aggregate_by=member(w))
 
     assert_same(build)

@@ -320,3 +320,28 @@ def test_a_filter_equal_to_nothing_compares_with_each_value():
         __hash__ = None
 
     assert len(engine_over([evaluation()])._fetch_evaluations(function_family=Anything())) == 1
+
+
+def record_of(cls, **overrides):
+    """An evaluation of a class of its own, whose attributes have the order of `cls.order`."""
+    fields = vars(evaluation(**overrides))
+    record = cls()
+    for name in cls.order(fields):
+        setattr(record, name, fields[name])
+    return record
+
+
+def test_filters_that_are_reached_by_turns_know_each_class():
+    """The second filter meets one class, then the other, in which items stand elsewhere."""
+    forward = type("Forward", (), {"order": staticmethod(list)})
+    backward = type("Backward", (), {"order": staticmethod(lambda fields: reversed(list(fields)))})
+    other = [function_item("f", "other")]
+    evals = [
+        *(record_of(backward) for _ in range(3)),
+        *(record_of(forward, function_metadata=other) for _ in range(3)),
+        *(record_of(forward) for _ in range(3)),
+    ]
+    engine = engine_over(evals)
+    kept = engine._fetch_evaluations(function_family="smoothing", feature_family="price")
+    assert kept == [*evals[:3], *evals[6:]]
+    assert engine._fetch_evaluations(function_family="smoothing", feature_family="none") == []

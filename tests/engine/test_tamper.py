@@ -5,7 +5,9 @@ from __future__ import annotations
 import math
 from decimal import Decimal
 from fractions import Fraction
+from types import SimpleNamespace
 
+import kestrune.search_analytics as search_analytics
 import pytest
 from kestrune.search_analytics import _pnl_mi_tamper_delta as delta
 from support.environment import failing
@@ -120,3 +122,29 @@ def test_a_float_subclass_is_taken_by_its_value():
             raise AssertionError("the plain value is subtracted")
 
     assert delta(Mine(2.0), 1.0) == 1.0
+
+
+@pytest.mark.parametrize(
+    ("agent", "server", "asked"),
+    [
+        (0.0, INF, []),
+        (0, 1.0, []),
+        (1.0, INF, [INF]),
+        (1.0, 2.0, [2.0, 1.0]),
+        (INF, 2.0, [2.0, INF]),
+    ],
+    ids=["zero", "int zero", "infinite server", "finite", "infinite agent"],
+)
+def test_isfinite_is_asked_no_more_than_it_takes(monkeypatch, agent, server, asked):
+    seen = []
+    isfinite = lambda value: seen.append(value) or math.isfinite(value)  # noqa: E731
+    monkeypatch.setattr(search_analytics, "math", SimpleNamespace(isfinite=isfinite))
+    delta(agent, server)
+    assert seen == asked
+
+
+def test_another_isfinite_decides():
+    with pytest.MonkeyPatch.context() as patch:
+        patch.setattr(search_analytics, "math", SimpleNamespace(isfinite=lambda value: False))
+        assert delta(1.0, 2.0) is None
+    assert delta(1.0, 2.0) == 1.0

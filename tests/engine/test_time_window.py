@@ -8,7 +8,7 @@ from types import SimpleNamespace
 import pytest
 from kestrune.search_analytics import TimeWindow
 from support.environment import failing
-from support.parts import NOW, engine_over
+from support.parts import NOW, engine_over, evaluation
 
 SECONDS = {TimeWindow.LAST_WEEK: 604800, TimeWindow.LAST_24H: 86400}
 RELATIVE = pytest.mark.parametrize("window", SECONDS, ids=lambda window: window.name)
@@ -144,3 +144,31 @@ def test_the_given_list_is_not_changed():
     before = list(evals)
     cut(evals, TimeWindow.LAST_24H)
     assert evals == before
+
+
+class Clearing:
+    """An era that equals any other; a comparison, after some others, empties the history."""
+
+    def __init__(self, evals, others):
+        self.evals, self.others = evals, others
+
+    def __eq__(self, other):
+        if self.others == 0:
+            self.evals.clear()
+        self.others -= 1
+        return True
+
+    __hash__ = None
+
+
+@pytest.mark.parametrize("side", ["wanted", "found"])
+def test_a_record_that_a_comparison_drops_is_kept(side):
+    evals = [evaluation(sharpe=float(number)) for number in range(9)]
+    if side == "found":
+        wanted = "era-1"
+        evals[4].era_id = Clearing(evals, 0)
+    else:
+        wanted = Clearing(evals, 4)
+    kept = cut(evals, TimeWindow.ERA, wanted)
+    assert [record.sharpe for record in kept] == [0.0, 1.0, 2.0, 3.0, 4.0]
+    assert evals == []

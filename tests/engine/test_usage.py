@@ -6,6 +6,7 @@ from collections import OrderedDict, UserDict
 from types import SimpleNamespace
 
 import pytest
+from differential.traps import assert_same, plain
 from kestrune.search_analytics import _feature_items, _function_items, _usage_items, _usage_value
 from support.environment import failing
 
@@ -204,3 +205,29 @@ def test_keys_are_compared_by_equality():
 def test_an_unhashable_key_is_a_type_error():
     with pytest.raises(TypeError, match="unhashable type: 'list'"):
         _usage_value({}, [], "name")
+
+
+class Hashed(str):
+    """A name that notes when it is hashed."""
+
+    __slots__ = ("note",)
+
+    def __hash__(self):
+        self.note("hashed")
+        return str.__hash__(self)
+
+    __eq__ = str.__eq__
+
+
+@pytest.mark.parametrize("name", ["function_metadata", "functions", "missing"])
+def test_names_of_attributes_are_hashed_as_often_as_by_python(name):
+    def build(w):
+        attribute = Hashed(name)
+        attribute.note = w.note
+        records = [plain(0), plain(1, functions=["f"])]
+        return lambda: [
+            w.module._usage_items(record, attribute, attribute, "function_name")
+            for record in records
+        ]
+
+    assert_same(build)

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import sys
+import traceback
 from types import SimpleNamespace
 
 import pytest
@@ -11,6 +12,7 @@ from kestrune.search_analytics import (
     _require_registered_or_logged_in,
 )
 from support.environment import failing, session
+from support.growth import quietly, reference_growth
 
 WALLET = "No wallet initialized. Call register() or login() first."
 
@@ -234,3 +236,63 @@ def test_an_auth_error_of_the_token_is_wrapped_like_any_other(client):
     error = client.auth.AuthError("expired")
     client.onboarding._auth_manager = SimpleNamespace(get_token=failing(error))
     assert refusal(client).__cause__ is error
+
+
+@pytest.mark.parametrize("token", [None, RuntimeError("cause")], ids=["no token", "failure"])
+def test_an_auth_error_that_makes_classes_is_raised_as_an_instance(client, token):
+    client.auth.AuthError = lambda message: LookupError
+    get_token = failing(token) if token else lambda: None
+    client.onboarding._auth_manager = SimpleNamespace(get_token=get_token)
+    with pytest.raises(LookupError) as caught:
+        _require_registered_or_logged_in(client.onboarding)
+    assert caught.value.args == ()
+    assert caught.value.__cause__ is token
+
+
+def test_the_cause_keeps_its_traceback(client):
+    def fetch():
+        raise RuntimeError("mine")
+
+    client.onboarding._auth_manager = SimpleNamespace(get_token=fetch)
+    cause = refusal(client).__cause__
+    assert [frame.name for frame in traceback.extract_tb(cause.__traceback__)] == ["fetch"]
+
+
+def test_what_was_refused_is_no_context_of_what_fails_later(client):
+    client.onboarding._auth_manager = SimpleNamespace(get_token=failing(RuntimeError))
+    refusal(client)
+    assert sys.exc_info() == (None, None, None)
+    with pytest.raises(LookupError) as caught:
+        raise LookupError
+    assert caught.value.__context__ is None
+
+
+def test_a_refusal_keeps_nothing_of_its_cause(client):
+    class FailureError(Exception):
+        pass
+
+    def fetch():
+        raise failure.with_traceback(None)
+
+    failure = FailureError()
+    client.onboarding._auth_manager = SimpleNamespace(get_token=fetch)
+
+    def refused():
+        quietly(lambda: _require_registered_or_logged_in(client.onboarding))
+        failure.__traceback__ = None
+
+    assert reference_growth(refused, [failure, FailureError, client.auth.AuthError]) == [0, 0, 0]
+
+
+def test_a_falsy_search_module_is_loaded_all_the_same(client, monkeypatch):
+    import kestrune
+
+    class Falsy(SimpleNamespace):
+        def __bool__(self):
+            return False
+
+    client.log_out()
+    client.install("search_templates", Falsy(_auth="loaded"))
+    other = SimpleNamespace(_auth="other")
+    monkeypatch.setattr(kestrune, "search_templates", other, raising=False)
+    assert _auth_from_onboarding_or_search(client.onboarding) == "loaded"

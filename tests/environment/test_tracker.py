@@ -7,6 +7,7 @@ import pathlib
 from collections import UserDict
 from types import SimpleNamespace
 
+import kestrune.search_analytics as search_analytics
 import pytest
 from kestrune.search_analytics import (
     _resolve_tracker_and_pools,
@@ -342,3 +343,13 @@ def test_a_handle_whose_tracker_vanished_falls_back_to_the_directory(client, tmp
     client.onboarding._config["data_dir"] = str(tmp_path)
     client.runtime_module.get_runtime = failing(AssertionError("asked"))
     assert _resolve_tracker_and_pools(client.onboarding)[0].args == (str(tmp_path),)
+
+
+def test_a_falsy_configuration_is_handed_on_as_it_is(client, monkeypatch):
+    client.onboarding._config = configuration = UserDict()
+    asked = []
+    for name in ("_tracker_from_config", "_resolve_pool_configs"):
+        step = lambda config, *more: asked.append(config)  # noqa: E731
+        monkeypatch.setattr(search_analytics, name, step)
+    _resolve_tracker_and_pools(client.onboarding)
+    assert [config is configuration for config in asked] == [True, True]

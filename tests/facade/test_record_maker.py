@@ -5,6 +5,7 @@ from __future__ import annotations
 import dataclasses
 import gc
 import pickle
+import sys
 from collections.abc import Iterator
 from types import SimpleNamespace
 from typing import Any
@@ -12,6 +13,7 @@ from typing import Any
 import kestrune.search_analytics as search_analytics
 import pytest
 from kestrune.search_analytics import StatsRow, WindowStats
+from support.children import run_child
 from support.parts import engine_over, using
 from support.signatures import OPERATIONS
 
@@ -111,3 +113,42 @@ def test_pickling_a_record_changes_no_later_answer():
     assert pickle.loads(pickle.dumps(before, protocol=2)) == before
     assert rows() == before
     assert search_analytics.StatsRow is StatsRow
+
+
+def test_a_record_class_that_stands_for_another_is_called(monkeypatch):
+    monkeypatch.setattr(search_analytics, "DepthBucket", search_analytics.FamilyYield)
+    with pytest.raises(TypeError, match="unexpected keyword argument 'depth'"):
+        engine_over([using("f")]).get_search_patterns()
+
+
+@pytest.mark.usefixtures("slot_names")
+def test_a_pickled_record_makes_no_later_one_call_its_constructor():
+    pickle.dumps(rows(1), protocol=2)
+    engine = engine_over([using("f"), using("g")])
+    called = []
+    sys.setprofile(lambda frame, event, argument: called.append(frame.f_code.co_name))
+    try:
+        engine.get_search_stats(min_sample_size=0)
+    finally:
+        sys.setprofile(None)
+    assert "get_evaluation_history" in called
+    assert "__init__" not in called
+
+
+def test_a_new_put_in_the_class_is_called():
+    # It cannot be taken away again.
+    run_child(
+        """
+        from kestrune import search_analytics
+        from support.parts import engine_over, using
+
+        def new(cls, *arguments, **keywords):
+            made.append(list(keywords))
+            return object.__new__(cls)
+
+        made = []
+        search_analytics.DepthBucket.__new__ = new
+        engine_over([using("f")]).get_search_patterns()
+        assert made == [["depth", "total", "passed", "yield_rate"]], made
+        """
+    )

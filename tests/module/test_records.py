@@ -276,6 +276,7 @@ def test_default_group_key_is_a_new_pair_of_empty_frozensets():
 def test_group_key_factory_looks_like_a_lambda_in_the_class_body():
     factory = search_analytics.StatsRow.__dataclass_fields__["group_key"].default_factory
     assert factory.__qualname__ == "StatsRow.<lambda>"
+    assert factory.__doc__ is None
     assert factory.__name__ == "<lambda>"
     assert factory.__module__ == "kestrune.search_analytics"
     assert factory() == (frozenset(), frozenset())

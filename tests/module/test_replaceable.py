@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import builtins
 import math
 import time
 from types import SimpleNamespace
@@ -349,3 +350,17 @@ def test_engines_of_other_trackers_are_not_affected_by_an_instance_override(now)
     patched._fetch_evaluations = lambda **kwargs: []
     assert patched.get_search_patterns().total_evaluations == 0
     assert plain.get_search_patterns().total_evaluations == 1
+
+
+def test_a_name_that_is_gone_is_looked_for_among_the_builtins(monkeypatch, now):
+    monkeypatch.setattr(builtins, "_usage_value", overriding, raising=False)
+    monkeypatch.delattr(search_analytics, "_usage_value")
+    with pytest.raises(ReplacedError):
+        engine_over([evaluation()]).get_search_stats(min_sample_size=0)
+
+
+def test_functions_have_the_builtins_of_their_namespace(monkeypatch):
+    function = search_analytics.get_search_stats
+    assert function.__builtins__ is vars(builtins)
+    monkeypatch.setitem(vars(search_analytics), "__builtins__", {"len": len})
+    assert function.__builtins__ == {"len": len}

@@ -2,11 +2,13 @@
 
 from __future__ import annotations
 
+import builtins
 import sys
 from types import SimpleNamespace
 
 import kestrune.search_analytics as search_analytics
 import pytest
+from support.children import run_child
 from support.environment import FakeAuthError, failing, session
 from support.parts import RecordingTracker, pool
 
@@ -232,3 +234,52 @@ def test_documentation_and_annotation():
         "Return the module-level analytics singleton, initializing lazily."
     )
     assert search_analytics._get_or_init.__annotations__ == {"return": "SearchAnalytics"}
+
+
+def test_a_pair_of_another_type_is_unpacked_by_its_own_iteration(resolved):
+    class Pair(tuple):
+        __slots__ = ()
+
+        def __iter__(self):
+            return iter(expected)
+
+    expected = (RecordingTracker(), [pool()])
+    resolved.result = Pair((None, None))
+    engine = search_analytics._get_or_init()
+    assert (engine._tracker, engine._pool_configs) == expected
+
+
+def test_an_import_is_told_which_module_imports(client, resolved, monkeypatch):
+    seen = []
+    original = builtins.__import__
+
+    def importing(name, globals=None, locals=None, fromlist=(), level=0):
+        seen.append((name, (globals or {}).get("__name__")))
+        return original(name, globals, locals, fromlist, level)
+
+    monkeypatch.setattr(builtins, "__import__", importing)
+    search_analytics._get_or_init()
+    assert ("kestrune.agent_onboarding", "kestrune.search_analytics") in seen
+
+
+def test_statements_are_compiled_once():
+    run_child(
+        """
+        import sys
+        from types import ModuleType
+        import kestrune.search_analytics as search_analytics
+
+        def note(event, arguments):
+            if event == "compile" and arguments[1] == "<kestrune.search_analytics>":
+                compiled.append(arguments[0])
+
+        compiled = []
+        sys.addaudithook(note)
+        for _ in range(3):
+            try:
+                search_analytics._get_or_init()
+            except ImportError:
+                pass
+        assert len(compiled) == len(set(compiled)) == 1, compiled
+        """
+    )

@@ -166,3 +166,8 @@ def test_a_path_of_a_text_subclass_is_asked_in_its_own_way(monkeypatch, source_t
     search_analytics._alias_source_file()
     assert search_analytics.__file__ == source_text
     assert asked == [("in", ".cpp"), ("find", ".cpython-"), ("cut", slice(None, 3, None))]
+
+
+def test_a_path_without_a_platform_tag_is_not_cut(aliased, tmp_path):
+    (tmp_path / "module.s.cpp").write_text("// text\n")
+    assert aliased("module.so") == str(tmp_path / "module.so")

@@ -4,10 +4,11 @@ from __future__ import annotations
 
 import math
 from collections.abc import Callable
+from types import SimpleNamespace
 from typing import Any
 
 import pytest
-from differential.traps import assert_same, call, fields, plain
+from differential.traps import assert_same, call, fields, plain, trap
 from differential.world import World
 from support.records import SlotRecord
 
@@ -54,13 +55,13 @@ COMPARED: dict[str, tuple[Any, Any]] = {
 
 
 @pytest.mark.parametrize("pair", COMPARED)
-@pytest.mark.parametrize("make", [SlotRecord, None], ids=["slots", "namespace"])
+@pytest.mark.parametrize("make", [SlotRecord, SimpleNamespace, plain])
 def test_what_is_wanted_is_compared_as_by_python(make: Any, pair: str) -> None:
     wanted, found = COMPARED[pair]
 
     def build(w: World) -> Callable[[], Any]:
         values = [fields(i, era_id=found if i % 2 else "era-1") for i in range(8)]
-        history = [make(**each) if make else plain(**each) for each in values]
+        history = [make(**each) for each in values]
         return call(w, history, "get_search_stats", era_id=wanted)
 
     assert_same(build)
@@ -118,6 +119,15 @@ def test_anything_with_a_truth_says_who_passed(operation: str, truth: str) -> No
     def build(w: World) -> Callable[[], Any]:
         history = [plain(i, passed_thresholds=i % 2 == 0) for i in range(6)]
         history[3].passed_thresholds = TRUTHS[truth]
+        return call(w, history, operation)
+
+    assert_same(build)
+
+
+@pytest.mark.parametrize("operation", ["get_search_stats", "get_search_patterns"])
+def test_nothing_is_read_after_a_truth_that_fails(operation: str) -> None:
+    def build(w: World) -> Callable[[], Any]:
+        history = [plain(), trap(w, 1, passed_thresholds=Undecided()), trap(w, 2)]
         return call(w, history, operation)
 
     assert_same(build)

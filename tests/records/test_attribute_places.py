@@ -149,8 +149,14 @@ def give_by_dictionary(records):
         vars(record)[name] = "given"
 
 
+def give_by_another_dictionary(records):
+    for record in records:
+        record.__dict__ = {**vars(record), "rejection_reason": "given"}
+
+
 GIFTS = {
     "instance": give_each,
+    "another dictionary": give_by_another_dictionary,
     "dictionary": give_by_dictionary,
     "class": lambda records: setattr(type(records[0]), "rejection_reason", "given"),
     "getattr": lambda records: setattr(type(records[0]), "__getattr__", lambda self, name: "given"),
@@ -211,3 +217,70 @@ def test_an_attribute_named_by_a_text_of_its_own_is_not_overlooked(place):
     records = without_rejection(cls)
     records[place].rejection_reason = "given"
     assert [number for number, reason in enumerate(rejections(records)) if reason] == [place]
+
+
+class Later:
+    """A value in the class, which becomes a descriptor when its own class changes."""
+
+
+def become_data_descriptor():
+    Later.__get__ = lambda value, record, cls=None: 2
+    Later.__set__ = lambda value, record, new: None
+
+
+@pytest.fixture
+def later():
+    """Leave the class as it was."""
+    yield
+    for name in ("__get__", "__set__"):
+        if name in vars(Later):
+            delattr(Later, name)
+
+
+class Springing:
+    """A truth that makes a change first."""
+
+    def __init__(self, change):
+        self.change = change
+
+    def __bool__(self):
+        self.change()
+        return True
+
+
+@pytest.mark.usefixtures("later")
+def test_a_value_in_the_class_may_become_a_descriptor():
+    cls = plain()
+    cls.tree_depth = Later()
+    records = filled(cls, 6)
+    records[3].passed_thresholds = Springing(become_data_descriptor)
+    assert depths(records) == {1: 3, 2: 3}
+
+
+class Printed:
+    """A reason that runs an action when it is shown."""
+
+    def __init__(self, action):
+        self.action = action
+
+    def __str__(self):
+        self.action()
+        return "shown"
+
+
+@pytest.mark.parametrize("give", GIFTS.values(), ids=GIFTS)
+def test_an_absent_attribute_that_a_record_of_the_same_class_gives_is_seen(give):
+    records = without_rejection(plain(), 6)
+    records[3].failure_reason = Printed(lambda: give(records[4:]))
+    found = rejections(records)
+    assert found[4:] == ["given"] * 2
+    assert found[:3] == [None] * 3
+
+
+def test_an_attribute_that_a_property_denies_one_record_is_not_absent_in_others():
+    cls = plain()
+    cls.rejection_reason = property(lambda record: record.own)
+    records = without_rejection(cls, 6)
+    for record in records[3:]:
+        record.own = "given"
+    assert rejections(records) == [None] * 3 + ["given"] * 3

@@ -202,3 +202,31 @@ def test_records_that_change_their_values_on_the_way_agree(operation: str, kind:
         return call(w, history, operation)
 
     assert_same(build)
+
+
+@pytest.mark.parametrize("operation", OPERATIONS)
+def test_records_whose_dictionary_was_asked_for_may_stand_among_others(operation: str) -> None:
+    def build(w: World) -> Callable[[], Any]:
+        cls = KINDS["instance"]()
+        history = [cls(**fields(i)) for i in range(12)]
+        for record in history[5:8]:
+            vars(record)["unrelated"] = 1
+        return call(w, history, operation)
+
+    assert_same(build)
+
+
+ITEMS: list[Any] = [None, (), ({"function_name": "f"},), {"function_name": "f"}, 5, "text", []]
+
+
+@pytest.mark.parametrize("items", ITEMS, ids=repr)
+@pytest.mark.parametrize("operation", OPERATIONS)
+def test_long_lists_of_records_with_items_of_any_kind_agree(operation: str, items: Any) -> None:
+    def build(w: World) -> Callable[[], Any]:
+        cls = KINDS["instance"]()
+        history = [cls(**fields(i)) for i in range(60)]
+        for record in history[3:]:
+            record.function_metadata = items
+        return call(w, history, operation)
+
+    assert_same(build)

@@ -224,3 +224,12 @@ def test_a_yield_analysis_asks_for_what_it_hands_on() -> None:
     question = Question("get_yield_analysis", {}, 1)
     _, asked = walk_counts(question, records_of(INSTANCE))
     assert asked >= NUMBER
+
+
+@pytest.mark.skipif(not KNOWS_LAYOUT, reason="nothing is read in place on this version")
+def test_a_kind_that_comes_after_too_many_changes_is_asked() -> None:
+    values = values_of(0, time.time())
+    mixed = [(INSTANCE if number % 2 else SLOTS)(**values) for number in range(200)]
+    question = Question("get_search_patterns", {}, 1)
+    evals = [*mixed, *(DATA(**values) for _ in range(100))]
+    assert walk_counts(question, evals) == (0, 300)

@@ -199,3 +199,32 @@ def test_a_failed_body_is_freed():
     # A whole half-built module is some thousand blocks.
     assert min(counts) < 100, counts
     """)
+
+
+def test_a_table_of_modules_that_runs_code_keeps_the_error():
+    """A copy that is not in the table stands there while its records are made, whatever happens."""
+    run_child(f"""{ATTEMPT}
+    import importlib.util, traceback
+    import kestrune.search_analytics as search_analytics
+
+    class Modules(dict):
+        def __delitem__(self, name):
+            deleted.append(name)
+            super().__delitem__(name)
+
+    name, deleted = "kestrune.search_analytics", []
+    spec = importlib.util.spec_from_file_location(name, search_analytics.__spec__.origin)
+    del sys.modules[name]
+    sys.modules = Modules(sys.modules)
+    undo = replacing(dataclasses, "dataclass", failing_at(3, dataclasses.dataclass))()
+    try:
+        spec.loader.exec_module(importlib.util.module_from_spec(spec))
+    except Planned as error:
+        frames = [frame.name for frame in traceback.extract_tb(error.__traceback__)]
+        assert frames[-1] == "call", frames
+    else:
+        raise SystemExit("the module came through")
+    finally:
+        undo()
+    assert deleted == [name], deleted
+    """)

@@ -78,3 +78,65 @@ def test_a_thread_ends_quietly_although_there_was_a_subinterpreter(operation):
     """,
         operation,
     )
+
+
+@pytest.mark.parametrize("operation", OPERATIONS)
+def test_what_runs_at_the_end_drops_what_it_used(operation):
+    """The thread that ends the interpreter goes on: what it uses on the way is freed as ever."""
+    outcome = run_child(
+        """
+    import atexit, sys, weakref
+
+    def at_the_end():
+        fields = vars(evaluation())
+
+        class Record:
+            def __init__(self):
+                vars(self).update(fields)
+
+        class Fleeting:
+            def __len__(self):
+                return 3
+            def __iter__(self):
+                for _ in range(3):
+                    record = Record()
+                    references.append(weakref.ref(record))
+                    yield record
+
+        references = []
+        walk(engine_over(Fleeting()), sys.argv[1])
+        alive = [reference() for reference in references if reference() is not None]
+        print("nothing" if references and not alive else alive, "is alive")
+
+    atexit.register(at_the_end)  # first in, last out
+    from support.operations import walk
+    from support.parts import engine_over, evaluation
+    walk(engine_over([evaluation()]), sys.argv[1])
+    """,
+        operation,
+    )
+    assert outcome.stdout == "nothing is alive\n"
+
+
+def test_the_end_of_a_subinterpreter_ends_no_thread_of_another():
+    testcapi = pytest.importorskip("_testcapi", reason="this build has no test extensions")
+    assert testcapi.run_in_subinterp
+    run_child(
+        """
+    import _testcapi, threading, weakref
+    from support.operations import walk
+    from support.parts import engine_over, evaluation
+
+    def use():
+        evals = [evaluation()]
+        references.append(weakref.ref(evals[0]))
+        walk(engine_over(evals), "get_search_stats")
+
+    assert _testcapi.run_in_subinterp("import kestrune.search_analytics") == 0
+    references = []
+    thread = threading.Thread(target=use)
+    thread.start()
+    thread.join()
+    assert [reference() for reference in references] == [None]
+    """
+    )

@@ -2,14 +2,16 @@
 
 from __future__ import annotations
 
+import atexit
 import gc
 import importlib.util
+import sys
 import weakref
 
 import kestrune.search_analytics as search_analytics
 import pytest
 from support.operations import WALKS, walk
-from support.parts import RecordingTracker, engine_over, evaluation, pool
+from support.parts import RecordingTracker, engine_over, evaluation, function_item, pool
 
 pytestmark = pytest.mark.usefixtures("now")
 EVERY_WALK = pytest.mark.parametrize("name", WALKS)
@@ -173,3 +175,74 @@ def test_a_module_whose_names_were_all_deleted_fails_in_words():
     for name in WALKS:
         with pytest.raises(NameError, match="is not defined"):
             walk(engine, name)
+
+
+@pytest.mark.parametrize("number", range(1, 6))
+def test_what_a_collection_replaces_counts_for_the_records_after_it(threshold, monkeypatch, number):
+    """Making a set starts the collector, of which a callback replaces a helper."""
+
+    class Arming:
+        def __getattr__(self, name):
+            if name == "passed_thresholds":
+                armed.append(name)
+                threshold(1, 1, 1)
+            return getattr(template, name)
+
+    def callback(phase, info):
+        if armed and phase == "start":
+            collections.append(phase)
+            if len(collections) == number:
+                monkeypatch.setattr(search_analytics, "_usage_value", replaced)
+
+    def replaced(item, key, name_key):
+        if item["function_name"] == "f":  # none of those of the arming record
+            read.append(item[key])
+        return original(item, key, name_key)
+
+    def families(place):
+        return [function_item("f", f"{side} {place}") for side in ("left", "right")]
+
+    original, template = search_analytics._usage_value, evaluation()
+    armed, collections, read = [], [], []
+    evals = [evaluation(function_metadata=families(place)) for place in range(40)]
+    evals[5] = Arming()
+    engine = engine_over(evals)
+    gc.callbacks.append(callback)
+    try:
+        engine.get_search_patterns()
+    finally:
+        threshold(700, 10, 10)
+        gc.callbacks.remove(callback)
+    assert len(collections) >= number
+    assert read[-2:] == ["left 39", "right 39"]
+    first = int(read[0].partition(" ")[2])
+    assert len(read) == 2 * (40 - first)
+
+
+def test_a_module_that_is_gone_leaves_nothing_of_its_namespace():
+    module = copy_of_the_module()
+    name, namespace = sys.intern("agent_server_is_pnl_mi_delta"), vars(module)
+    del module
+    namespace.clear()
+    for _ in range(3):
+        gc.collect()
+    assert sys.getrefcount(namespace) == 2
+    before = sys.getrefcount(name)
+    for _ in range(5):
+        copy_of_the_module()
+        for _ in range(3):
+            gc.collect()
+    assert sys.getrefcount(name) == before
+
+
+def test_a_module_is_among_those_that_refer_to_its_types():
+    function_type = type(search_analytics.get_search_stats)
+    assert any(each is search_analytics for each in gc.get_referrers(function_type))
+    assert gc.get_referrers(vars(search_analytics))
+
+
+def test_copies_of_the_module_ask_for_one_notice_of_the_end():
+    before = atexit._ncallbacks()
+    copies = [copy_of_the_module() for _ in range(3)]
+    assert len(copies) == 3
+    assert atexit._ncallbacks() == before

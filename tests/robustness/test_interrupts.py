@@ -300,3 +300,33 @@ def test_a_pending_interrupt_does_not_spoil_a_short_call():
     finally:
         signal.signal(signal.SIGINT, before)
     assert engine_over([evaluation()]).get_search_patterns().total_evaluations == 1
+
+
+@pytest.mark.parametrize("kind", ["str", "Own"])
+def test_many_pairs_are_interrupted_in_the_midst(kind):
+    """While pairs are counted, the walk holds the names; when it is over, it does not."""
+    run_child(
+        f"""
+        import signal, sys
+        from support.parts import engine_over, using
+
+        class Own(str):
+            pass
+
+        def note(*_):
+            held.append(sys.getrefcount(names[0]))
+            raise KeyboardInterrupt
+
+        names = [{kind}(f"name {{number}}") for number in range(1200)]
+        engine = engine_over([using(*names)])
+        signal.signal(signal.SIGALRM, note)
+        held, at_rest = [], sys.getrefcount(names[0])
+        for delay in (0.02, 0.04, 0.08, 0.16):
+            signal.setitimer(signal.ITIMER_REAL, delay)
+            try:
+                engine.get_correlation_patterns()
+            except KeyboardInterrupt:
+                pass
+        assert max(held) > at_rest + 2, (held, at_rest)
+        """
+    )

@@ -202,3 +202,25 @@ def test_importing_without_memory_fails_and_the_next_import_is_whole():
         assert list(vars(module)) == names
         """
     )
+
+
+def test_sums_that_no_memory_holds_are_a_memory_error():
+    """Thousands of windows beside a hundred thousand pools: more than the process may have."""
+    pytest.importorskip("resource", reason="this platform limits no memory")
+    run_child(
+        """
+        import resource
+        from support.parts import engine_over, evaluation, pool
+
+        record, limit = evaluation(), 3 << 30
+        engine = engine_over([record], *[pool()] * 200_000)
+        resource.setrlimit(resource.RLIMIT_AS, (limit, limit))
+        try:
+            engine.get_search_stats(min_sample_size=0, time_windows=list(range(5000)))
+        except MemoryError:
+            pass
+        else:
+            raise SystemExit("there was memory for all of it")
+        assert engine.get_search_patterns().total_evaluations == 1
+        """
+    )

@@ -9,10 +9,22 @@ from typing import Any
 import pytest
 from differential.traps import assert_same, call, plain
 from differential.world import World
+from support.hidden import Name, hidden
+from support.parts import engine_over, evaluation
 
 
 class OwnInt(int):
     pass
+
+
+class OwnFloat(float):
+    """A float that equals nothing but what its number is twice of."""
+
+    def __eq__(self, other: object) -> bool:
+        return isinstance(other, float) and float(self) == 2.0 * float(other)
+
+    def __hash__(self) -> int:
+        return hash(float(self) / 2.0)
 
 
 class OwnText(str):
@@ -45,6 +57,7 @@ DEPTHS: dict[str, list[Any]] = {
     "not comparable": [1, "a"],
     "nothing": [None, None],
     "own int": [1, 2, OwnInt(1), 3, 1],
+    "own float": [1.0, 2.0, OwnFloat(2.0), 1.0, OwnFloat(4.0)],
     "own text": ["a", OwnText("a"), "b", OwnText("b"), "b"],
     "tuples": [(1, 2), (1,), (1, 2)],
     "not hashable": [1, [1], 2],
@@ -77,3 +90,99 @@ def test_a_key_of_another_type_keeps_what_was_counted() -> None:
         depths: list[Any] = [1, 2, 1, 3, 2, 1, 4, 1]
         depths[place] = OwnInt(depths[place])
         agree(depths=depths)
+
+
+class Changing(int):
+    """A depth that changes the records when another one is compared with it."""
+
+    change: Callable[[], None]
+
+    def __eq__(self, other: object) -> bool:
+        self.change()
+        return int.__eq__(self, other)  # type: ignore[arg-type]
+
+    __hash__ = int.__hash__
+
+
+def test_families_are_read_after_the_depth_was_counted() -> None:
+    def build(w: World) -> Callable[[], Any]:
+        def change() -> None:
+            w.note("compared")
+            for record in history:
+                record.function_metadata = [{"function_family": f"new {len(w.trace)}"}]
+
+        changing = Changing(7)
+        changing.change = change
+        history = [plain(i, tree_depth=7 if i else changing) for i in range(8)]
+        return call(w, history, "get_search_patterns")
+
+    assert_same(build)
+
+
+@pytest.mark.parametrize("value", [-1, "text"])
+def test_counts_that_somebody_spoils_are_counted_on_or_no_numbers(value: Any) -> None:
+    def spoil() -> None:
+        for counts in hidden(dict, lambda key: type(key) is Name):
+            counts.update(dict.fromkeys(counts, value))
+
+    actions = [spoil]
+    depths = [Name("a"), Name("b"), Name("a", lambda: actions and actions.pop()())]
+    engine = engine_over([evaluation(tree_depth=depth) for depth in depths])
+    if value == -1:
+        buckets = engine.get_search_patterns().depth_distribution
+        assert [(bucket.total, bucket.yield_rate) for bucket in buckets] == [(0, 0.0), (-1, 0.0)]
+    else:
+        with pytest.raises(TypeError):
+            engine.get_search_patterns()
+
+
+class Noting(float):
+    """A float that notes when it is hashed or compared."""
+
+    w: World
+
+    def __eq__(self, other: object) -> bool:
+        self.w.note("compared")
+        return float.__eq__(self, other)  # type: ignore[arg-type]
+
+    def __hash__(self) -> int:
+        self.w.note("hashed")
+        return float.__hash__(self)
+
+
+def test_floats_of_another_type_are_hashed_and_compared_as_in_dictionaries() -> None:
+    def build(w: World) -> Callable[[], Any]:
+        depths = [1.0, Noting(1.0), 2.0, Noting(2.0), 2.0]
+        for depth in depths[1::2]:
+            depth.w = w
+        history = [plain(i, tree_depth=depth) for i, depth in enumerate(depths)]
+        return call(w, history, "get_search_patterns")
+
+    assert_same(build)
+
+
+class Hashing(int):
+    """A depth that changes the records when it is hashed."""
+
+    change: Callable[[], None]
+
+    def __hash__(self) -> int:
+        self.change()
+        return int.__hash__(self)
+
+    __eq__ = int.__eq__
+
+
+def test_families_are_read_after_the_depth_was_hashed() -> None:
+    def build(w: World) -> Callable[[], Any]:
+        def change() -> None:
+            for record in history:
+                record.function_metadata = [{"function_family": "".join(["new ", str(w.trace)])}]
+            w.note("hashed")
+
+        history = [plain(i, tree_depth=1) for i in range(8)]
+        history[4].tree_depth = hashing = Hashing(7)
+        hashing.change = change
+        return call(w, history, "get_search_patterns")
+
+    assert_same(build)

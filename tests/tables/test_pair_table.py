@@ -7,8 +7,10 @@ from collections.abc import Callable
 from typing import Any
 
 import pytest
-from differential.traps import assert_same, call, plain
+from differential.traps import assert_same, call, plain, trap
 from differential.world import World
+from support.hidden import Name, hidden
+from support.parts import engine_over, using
 
 
 class OwnText(str):
@@ -89,3 +91,78 @@ def test_one_name_of_another_type_turns_all_into_a_dictionary(name: str, place: 
     records: list[list[Any]] = [[one, other] for one, other in itertools.pairwise(names)]
     records.insert(place, [name, "name 1", "name 2"])
     agree(*records, *records)
+
+
+def spoil_pairs(key: Any, value: Any) -> None:
+    """Change what pairs are counted by; None stands for the keys that are there."""
+
+    def is_pair(key: Any) -> bool:
+        return type(key) is tuple and len(key) == 2 and type(key[0]) is Name
+
+    for counts in hidden(dict, is_pair):
+        for each in [key] if key is not None else list(counts):
+            counts[each] = value
+
+
+SPOILT: dict[str, tuple[Any, Any]] = {
+    "no counts": (None, 5),
+    "one count": (None, (1,)),
+    "three counts": (None, (1, 2, 3)),
+    "no numbers": (None, ("x", "y")),
+    "list": (None, [1, 2]),
+    "key of one": (("x",), (1, 1)),
+    "key of three": (("x", "y", "z"), (1, 1)),
+    "key that is no pair": ("xy", (1, 1)),
+}
+
+
+def change_once(action: Callable[[], None]) -> list[Any]:
+    """Records of two names each, of which the third is hashed with that action."""
+    actions = [action]
+    last = [Name("a", lambda: actions and actions.pop()()), Name("b")]
+    return [using(Name("a"), Name("b")), using(Name("b"), Name("c")), using(*last)]
+
+
+@pytest.mark.parametrize("spoilt", SPOILT)
+def test_counts_that_somebody_spoils_are_an_error(spoilt: str) -> None:
+    evals = change_once(lambda: spoil_pairs(*SPOILT[spoilt]))
+    with pytest.raises((RuntimeError, TypeError)) as caught:
+        engine_over(evals).get_correlation_patterns()
+    if spoilt != "no numbers":
+        assert str(caught.value) == "a private dictionary was changed"
+
+
+def test_counts_that_somebody_sets_back_are_counted_on() -> None:
+    evals = change_once(lambda: spoil_pairs(None, (-1, -1)))
+    pairs = engine_over(evals).get_correlation_patterns().pairs
+    assert {pair.total_cooccurrences for pair in pairs} == {0, -1}
+
+
+def test_sorted_names_that_somebody_takes_away_are_an_error() -> None:
+    def clear() -> None:
+        for names in hidden(list, lambda name: type(name) is Name):
+            names.clear()
+
+    late = [Name("a"), Name("b"), Name("c"), Name("d")]
+
+    def watch() -> None:
+        # The set has been sorted when a pair is looked for.
+        late[0].action = clear
+
+    late[0].action = watch
+    history = [using(*late)]
+    del late[1:]
+    with pytest.raises(IndexError, match="list index out of range"):
+        engine_over(history).get_correlation_patterns()
+
+
+@pytest.mark.parametrize(
+    "names", [[OwnText("a")], ["a"], [5], []], ids=["own", "text", "int", "none"]
+)
+def test_whether_it_passed_is_asked_only_of_a_record_with_a_pair(names: list[Any]) -> None:
+    def build(w: World) -> Callable[[], Any]:
+        items = [{"function_name": name} for name in names]
+        history = [trap(w, i, function_metadata=items) for i in range(3)]
+        return call(w, history, "get_correlation_patterns")
+
+    assert_same(build)
