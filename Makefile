@@ -7,6 +7,7 @@ BUILD ?= build/release
 DEBUG ?= build/debug
 DATABASE ?= sqlite
 QUICK ?=
+SAMPLE ?=
 ARGS ?=
 SKIP ?=
 JOBS ?=
@@ -128,6 +129,12 @@ coverage: build/coverage/build.ninja $(STAMPS)/test $(STAMPS)/coverage ## show w
 	@gcovr --root . --filter search_analytics/ --object-directory build/coverage \
 	    --merge-lines --exclude-throw-branches --html-details build/coverage/report.html --txt -
 	@echo "make coverage: the report by line is build/coverage/report.html."
+
+# Not part of what CI runs: all of them take a quarter of an hour.
+.PHONY: mutants
+mutants: $(STAMPS)/build $(STAMPS)/test ## break the sources in hundreds of ways: each has to fail a test (SAMPLE=10: some)
+	@$(PY) tools/mutants/run.py $(if $(SAMPLE),--sample $(SAMPLE)) $(ARGS)
+	@echo "make mutants: tests noticed all mutants that they can, with $$($(PY) --version)."
 
 .PHONY: bench
 bench: build $(STAMPS)/bench ## time the extension against its rivals (QUICK=1: under a minute)
