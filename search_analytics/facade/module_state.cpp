@@ -84,7 +84,7 @@ bool is_as_made(const ModuleState& state, Arg type) {
 bool is_record_class_as_made(const ModuleState& state, Arg type) {
     const Ref dunder = new_str("__");
     return has_kept_members(state, type, [&](PyObject* name) {
-        return PyUnicode_Tailmatch(name, dunder.get(), 0, 2, -1) == 1;
+        return is_str(name) && check_size(PyUnicode_Tailmatch(name, dunder.get(), 0, 2, -1)) == 1;
     });
 }
 

@@ -92,6 +92,16 @@ def test_a_constructor_put_in_the_class_is_called(monkeypatch):
     assert made == [list(WindowStats.__annotations__)] * 4
 
 
+def test_a_member_whose_name_is_no_text_changes_no_answer():
+    before = rows(1)
+    (members,) = (found for found in gc.get_referents(StatsRow.__dict__) if type(found) is dict)
+    members[5] = "a name that only a look behind the class can give"
+    try:
+        assert rows(1) == before
+    finally:
+        del members[5]
+
+
 def test_rows_are_seen_by_the_collector():
     found = rows()
     assert all(gc.is_tracked(row) and gc.is_tracked(row.windows) for row in found)
