@@ -25,7 +25,7 @@ void watch_for_interpreter_end(ModuleState& state) {
     }
     PyObject* registry = PyInterpreterState_GetDict(PyInterpreterState_Get());
     if (registry == nullptr) {
-        throw ErrorSet();
+        throw std::bad_alloc();  // it could not be made; the interpreter sets no error
     }
     const Ref mark = new_str("kestrune.search_analytics.note_interpreter_end");
     if (dict_entry(registry, mark)) {
