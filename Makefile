@@ -5,6 +5,7 @@ PYTHON ?= python3
 VENV ?= .venv
 BUILD ?= build/release
 DEBUG ?= build/debug
+FAULTS ?= build/faults
 DATABASE ?= sqlite
 QUICK ?=
 SAMPLE ?=
@@ -25,6 +26,7 @@ STAMPS := $(VENV)/.installed
 
 CXX_FILES := $(shell find search_analytics -name '*.cpp' 2>/dev/null | sort)
 CXX_HEADERS := $(shell find search_analytics -name '*.h' 2>/dev/null | sort)
+CXX_TOOLS := $(shell find tools -name '*.cpp' -o -name '*.h' 2>/dev/null | sort)
 
 # CMake, ninja and the compilers' helpers come from the virtual environment.
 export PATH := $(abspath $(VENV)/bin):$(PATH)
@@ -62,7 +64,7 @@ test: build $(STAMPS)/test ## run the whole test suite in dev mode
 	@echo "make test: built $(BUILD), installed it into $(VENV), ran the tests with $$($(PY) --version)."
 
 .PHONY: check
-check: ## do what CI does: tests, lint, sanitizers, assertions, other CPythons, a quick benchmark
+check: ## do what CI does: tests, lint, sanitizers, assertions, faults, other CPythons, a quick benchmark
 	@.ci/run
 
 .PHONY: matrix
@@ -80,7 +82,7 @@ matrix: $(STAMPS)/venv ## run the tests on every CPython found (SKIP=3.11 leaves
 
 .PHONY: lint
 lint: build $(STAMPS)/lint $(CXX_FILES:%.cpp=$(BUILD)/tidy/%.ok) ## check the style of C++ and Python, and the type stub
-	@clang-format --dry-run -Werror $(CXX_FILES) $(CXX_HEADERS)
+	@clang-format --dry-run -Werror $(CXX_FILES) $(CXX_HEADERS) $(CXX_TOOLS)
 	@ruff check
 	@ruff format --check
 	@$(PY) -m mypy.stubtest kestrune.search_analytics --mypy-config-file pyproject.toml
@@ -88,7 +90,7 @@ lint: build $(STAMPS)/lint $(CXX_FILES:%.cpp=$(BUILD)/tidy/%.ok) ## check the st
 
 .PHONY: format
 format: $(STAMPS)/lint ## rewrite C++ and Python in the house style
-	@clang-format -i $(CXX_FILES) $(CXX_HEADERS)
+	@clang-format -i $(CXX_FILES) $(CXX_HEADERS) $(CXX_TOOLS)
 	@ruff check --fix --quiet
 	@ruff format
 
@@ -118,6 +120,13 @@ debug: $(DEBUG)/build.ninja $(STAMPS)/test ## run the tests of records on a buil
 .PHONY: leaks
 leaks: build $(STAMPS)/test ## repeat every call until its memory blocks settle
 	@$(PYTEST) -m leaks $(ARGS)
+
+.PHONY: faults
+faults: $(FAULTS)/build.ninja $(STAMPS)/test ## let each call that can fail do so (ARGS=--short: in one operation only)
+	@MAKEFLAGS= cmake --build $(FAULTS)
+	@cmake --install $(FAULTS) --prefix $(FAULTS)/site > /dev/null
+	@$(PY) tools/faults/run.py --site $(FAULTS)/site $(ARGS)
+	@echo "make faults: every call that can fail did so, with $$($(PY) --version)."
 
 .PHONY: coverage
 coverage: build/coverage/build.ninja $(STAMPS)/test $(STAMPS)/coverage ## show which lines the tests reach
@@ -181,6 +190,9 @@ $(DEBUG)/build.ninja: CMakePresets.json $(STAMPS)/build
 
 build/asan/build.ninja: CMakePresets.json $(STAMPS)/build
 	@$(call CONFIGURE,asan,build/asan)
+
+$(FAULTS)/build.ninja: CMakePresets.json $(STAMPS)/build
+	@$(call CONFIGURE,faults,$(FAULTS))
 
 build/coverage/build.ninja: CMakePresets.json $(STAMPS)/build
 	@$(call CONFIGURE,coverage,build/coverage)

@@ -1,0 +1,310 @@
+"""Operations over long inputs, where signals are looked for on the way, and on the module's own
+objects: functions, generators, and the module while it is imported.
+"""
+
+from __future__ import annotations
+
+import atexit
+import ctypes
+import importlib.util
+import shutil
+import sys
+import tempfile
+from collections.abc import Callable
+from pathlib import Path
+from types import SimpleNamespace
+from typing import Any
+
+import kestrune.search_analytics as search_analytics
+from kestrune.search_analytics import AggregateBy
+from odd_objects import OddText, Plain, reluctant
+from operations import MODULE, bent, copy_of_module
+from support.environment import raw_pool
+from support.operations import walk
+from support.parts import evaluation, function_item, pool, using
+
+Call = Callable[[], Any]
+
+LONG = 1030
+"""More items than are handled between two looks for signals."""
+
+WIDE = 260
+"""More names than a record may have to be peeked at; their pairs take long."""
+
+
+def simple(call: Call) -> Callable[[], Call]:
+    return lambda: call
+
+
+class Row:
+    """A record of an ordinary class."""
+
+    def __init__(self, **fields: Any) -> None:
+        for name, value in fields.items():
+            setattr(self, name, value)
+
+
+LATER = 9e12
+"""A moment that lies in every window."""
+
+RECORD = evaluation(function_metadata=[function_item("f")], submitted=True, tree_depth=1)
+RECORDS = [RECORD] * LONG
+ASKED = [Plain(RECORD)] * LONG
+ROWS = [Row(**{**vars(RECORD), "timestamp": LATER}) for _ in range(LONG)]
+DEPTHS = [evaluation(tree_depth=n, function_metadata=None, functions=[]) for n in range(LONG)]
+FAMILIES = evaluation(function_metadata=[function_item("f", f"F{n}") for n in range(LONG)])
+NAMES = using(*(f"name {n}" for n in range(LONG)))
+PAIRS = using(*(f"name {n}" for n in range(WIDE)))
+ODD_PAIRS = using(*range(WIDE))
+FEW_PAIRS = using(*(f"name {n}" for n in range(120)))
+
+
+def over(history: Any, *pools: Any) -> Any:
+    tracker = SimpleNamespace(get_evaluation_history=lambda **filters: history)
+    return search_analytics.SearchAnalytics(tracker, list(pools) or [pool()])
+
+
+def brief(answer: Any) -> int:
+    """Something short that tells a long answer from a wrong one."""
+    return len(repr(answer))
+
+
+def crowded_class() -> Call:
+    """An answer whose record class has been given a great many names of the interpreter's kind."""
+    module = copy_of_module()
+    for number in range(LONG):
+        setattr(module.StatsRow, f"__n{number}", number)
+    tracker = SimpleNamespace(get_evaluation_history=lambda **filters: [RECORD])
+    made = module.SearchAnalytics(tracker, [pool()])
+    return lambda: brief(walk(made, "get_search_stats"))
+
+
+LONG_INPUTS: dict[str, Callable[[], Call]] = {
+    **{
+        f"{name} of {kind}": simple(
+            lambda name=name, history=history: brief(walk(over(history), name))
+        )
+        for name in ("get_search_stats", "get_search_velocity")
+        for kind, history in {"records": RECORDS, "asked": ASKED, "a tuple": tuple(RECORDS)}.items()
+    },
+    "velocity of rows": simple(lambda: brief(over(ROWS).get_search_velocity())),
+    "velocity of windows": simple(
+        lambda: brief(over(ROWS[:20]).get_search_velocity(windows=[*range(1, LONG)]))
+    ),
+    "odd groups": simple(
+        lambda: brief(walk(over([using(n) for n in range(LONG)]), "get_search_stats"))
+    ),
+    "candidates": bent(
+        lambda module: module._resolve_pool_configs({}),
+        _candidate_era_configs=lambda *configs: [{}] * LONG,
+    ),
+    "members": crowded_class,
+    "depths": simple(lambda: brief(over(DEPTHS * 2).get_search_patterns())),
+    "families": simple(lambda: brief(over([FAMILIES]).get_search_patterns())),
+    "family keys": simple(
+        lambda: brief(
+            walk(
+                over([FAMILIES]),
+                "get_search_stats",
+                aggregate_by=AggregateBy.FUNCTION_FAMILY_FEATURE_FAMILY,
+            )
+        )
+    ),
+    "names": simple(lambda: len(search_analytics._function_items(NAMES))),
+    "names of stats": simple(lambda: brief(walk(over([NAMES]), "get_search_stats"))),
+    "wide pairs": simple(lambda: brief(over([PAIRS, PAIRS]).get_correlation_patterns())),
+    "odd wide pairs": simple(
+        lambda: brief(over([ODD_PAIRS, ODD_PAIRS]).get_correlation_patterns())
+    ),
+    "pairs": simple(lambda: brief(over([FEW_PAIRS] * 6).get_correlation_patterns())),
+    "long pairs": simple(lambda: brief(over([NAMES]).get_correlation_patterns())),
+    "filter": simple(lambda: len(over([FAMILIES])._fetch_evaluations(function_family="x"))),
+    "pools": simple(lambda: brief(walk(over([RECORD], *[pool()] * LONG), "get_search_stats"))),
+    "windows": simple(lambda: brief(over([RECORD]).get_search_velocity(windows=[*range(1, LONG)]))),
+    "odd windows": simple(
+        lambda: brief(over([Plain(RECORD)]).get_search_velocity(windows=[*range(1, LONG)]))
+    ),
+    "raw pools": simple(
+        lambda: len(
+            search_analytics._resolve_pool_configs({"era": {"signal_pools": [raw_pool()] * LONG}})
+        )
+    ),
+    "time windows": simple(
+        lambda: brief(
+            walk(over([RECORD]), "get_search_stats", time_windows=[OddText(n) for n in range(LONG)])
+        )
+    ),
+}
+
+
+def generator(use: Callable[[Any], Any]) -> Callable[[], Call]:
+    config = {"era_config": {"era_config": {}}, "era": SimpleNamespace(to_dict=dict)}
+    return simple(lambda: use(search_analytics._candidate_era_configs(config, 1, 2)))
+
+
+def traceback_of(error: Exception) -> Any:
+    try:
+        raise error
+    except Exception as caught:
+        return caught.__traceback__
+
+
+def while_running() -> Any:
+    """Ask a generator for a value while it works one out."""
+
+    class Config(dict[str, Any]):
+        def get(self, *args: Any) -> Any:
+            return next(candidates)
+
+    candidates = search_analytics._candidate_era_configs(Config())
+    return next(candidates)
+
+
+class Stops(dict[str, Any]):
+    """A configuration that ends the iteration it is asked in."""
+
+    def get(self, *args: Any) -> Any:
+        raise StopIteration
+
+
+TRACEBACK = traceback_of(KeyError("t"))
+GENERATORS: dict[str, Callable[[], Call]] = {
+    "started": generator(lambda g: (g.send(None), type(repr(g)), g.__name__)),
+    "ended": generator(lambda g: [*g, g.send(None)]),
+    "sent to": generator(lambda g: g.send(5)),
+    "thrown class": generator(lambda g: g.throw(KeyError)),
+    "thrown class and value": generator(lambda g: g.throw(KeyError, "x")),
+    "thrown class and values": generator(lambda g: g.throw(KeyError, ("x", "y"))),
+    "thrown class and instance": generator(lambda g: g.throw(KeyError, KeyError("x"))),
+    "thrown instance and value": generator(lambda g: g.throw(KeyError("x"), "y")),
+    "thrown number": generator(lambda g: g.throw(5)),
+    "thrown end": generator(lambda g: g.throw(StopIteration())),
+    "thrown end at the end": generator(lambda g: ([*g], g.throw(StopIteration()))),
+    **{
+        f"thrown {made!r}": generator(lambda g, made=made: g.throw(reluctant(made)))
+        for made in (5, KeyError)
+    },
+    **{
+        f"thrown {made!r} at the end": generator(
+            lambda g, made=made: ([*g], g.throw(reluctant(made)))
+        )
+        for made in (5, KeyError)
+    },
+    "stopped": simple(lambda: [*search_analytics._candidate_era_configs(Stops())]),
+    "thrown traceback": generator(lambda g: g.throw(KeyError, KeyError("x"), TRACEBACK)),
+    "thrown no traceback": generator(lambda g: g.throw(KeyError, KeyError("x"), 5)),
+    "thrown nothing": generator(lambda g: g.throw()),
+    "while running": simple(while_running),
+}
+
+
+def of_function(use: Callable[[Any], Any], name: str = "_usage_value") -> Callable[[], Call]:
+    """A use of a function of a module of its own, which keeps nothing of uses before."""
+
+    def build() -> Call:
+        module = copy_of_module()
+        return lambda: use(getattr(module, name))
+
+    return build
+
+
+def forget_annotations(function: Any) -> Any:
+    del function.__annotations__
+    return function.__annotations__
+
+
+FUNCTIONS: dict[str, Callable[[], Call]] = {
+    "code": of_function(lambda f: f.__code__.co_varnames),
+    "refused code": of_function(lambda f: setattr(f, "__code__", (lambda: 0).__code__)),
+    "wrong code": of_function(lambda f: setattr(f, "__code__", 5)),
+    "closure": of_function(lambda f: setattr(f, "__closure__", 5)),
+    "builtins": of_function(lambda f: type(f.__builtins__)),
+    "annotations": of_function(forget_annotations),
+    "code of a long name": of_function(lambda f: f.__code__.co_name, "_get_attr_or_item"),
+    "walks": of_function(lambda f: len(type(f).walk_counts())),
+    "text": of_function(lambda f: len(repr(f)) > 0),
+    "wrong call": of_function(lambda f: f()),
+}
+
+
+def imported() -> Call:
+    """Import a copy of the module, as the first one of its interpreter."""
+    python = ctypes.pythonapi
+    python.PyInterpreterState_GetDict.restype = ctypes.c_void_p
+    python.PyInterpreterState_GetDict.argtypes = [ctypes.c_void_p]
+    python.PyInterpreterState_Get.restype = ctypes.c_void_p
+    borrowed = python.PyInterpreterState_GetDict(python.PyInterpreterState_Get())
+    notices = ctypes.cast(borrowed, ctypes.py_object).value
+    notice = notices.pop(f"{MODULE}.note_interpreter_end", None)
+    atexit.unregister(notice)
+    return lambda: list(vars(copy_of_module()))
+
+
+def imported_alone() -> Call:
+    """Import a copy that does not stand among the loaded modules."""
+
+    def load() -> Any:
+        sys.modules.pop(MODULE)
+        try:
+            return list(vars(copy_of_module()))
+        finally:
+            sys.modules[MODULE] = search_analytics
+
+    return load
+
+
+class Likely(int):
+    """A position whose comparison gives no bool."""
+
+    def __eq__(self, other: object) -> Any:
+        return []
+
+    def __hash__(self) -> int:
+        return 1
+
+
+def imported_crowded() -> Call:
+    """Import a copy into a module object that holds a great many names."""
+
+    def load() -> Any:
+        spec = importlib.util.spec_from_file_location(MODULE, search_analytics.__spec__.origin)
+        assert spec is not None
+        assert spec.loader is not None
+        module = importlib.util.module_from_spec(spec)
+        vars(module).update((f"name {number}", number) for number in range(LONG))
+        spec.loader.exec_module(module)
+        return len(vars(module))
+
+    return load
+
+
+def adjacent() -> dict[str, Callable[[], Call]]:
+    """The alias of a module whose source text lies beside it."""
+    folder = Path(tempfile.mkdtemp())
+    atexit.register(shutil.rmtree, folder)
+    (folder / "search_analytics.cpp").touch()
+    path = str(folder / "search_analytics.cpython-311-x.so")
+
+    class Found(OddText):  # type: ignore[misc, valid-type]
+        def find(self, *args: Any) -> Any:
+            return Likely(path.index(".cpython"))
+
+    def alias(module: Any) -> Any:
+        return [module._alias_source_file(), len(module.__file__)]
+
+    return {
+        "alias": bent(alias, __file__=path),
+        "odd alias": bent(alias, __file__=Found(path)),
+        "other path": bent(
+            alias, __file__=path, _os=SimpleNamespace(path=SimpleNamespace(isfile=lambda p: [1]))
+        ),
+    }
+
+
+IMPORTS: dict[str, Callable[[], Call]] = {
+    "import": imported,
+    "import alone": imported_alone,
+    "import crowded": imported_crowded,
+    **adjacent(),
+    "missing module": bent(lambda module: module._tracker_from_config({"data_dir": "x"}), "_os"),
+}
