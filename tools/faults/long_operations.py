@@ -6,6 +6,7 @@ from __future__ import annotations
 
 import atexit
 import ctypes
+import dataclasses
 import importlib.util
 import shutil
 import sys
@@ -19,7 +20,7 @@ import kestrune.search_analytics as search_analytics
 from kestrune.search_analytics import AggregateBy
 from odd_objects import OddText, Plain, reluctant
 from operations import MODULE, bent, copy_of_module
-from support.environment import raw_pool
+from support.environment import failing, raw_pool
 from support.operations import walk
 from support.parts import evaluation, function_item, pool, using
 
@@ -240,14 +241,16 @@ def imported() -> Call:
     return lambda: list(vars(copy_of_module()))
 
 
-def imported_alone() -> Call:
+def imported_alone(decorator: Any = dataclasses.dataclass) -> Call:
     """Import a copy that does not stand among the loaded modules."""
 
     def load() -> Any:
         sys.modules.pop(MODULE)
+        before, dataclasses.dataclass = dataclasses.dataclass, decorator
         try:
             return list(vars(copy_of_module()))
         finally:
+            dataclasses.dataclass = before
             sys.modules[MODULE] = search_analytics
 
     return load
@@ -304,6 +307,7 @@ def adjacent() -> dict[str, Callable[[], Call]]:
 IMPORTS: dict[str, Callable[[], Call]] = {
     "import": imported,
     "import alone": imported_alone,
+    "failing import alone": lambda: imported_alone(failing(KeyError)),
     "import crowded": imported_crowded,
     **adjacent(),
     "missing module": bent(lambda module: module._tracker_from_config({"data_dir": "x"}), "_os"),
