@@ -37,7 +37,7 @@ class PatternWriter {
         : names_(state.names()), base_rate_(base_rate), maker_(state, names_.FunctionPairPattern) {}
 
     void write(Arg first, Arg second, const PassCounts& counts) {
-        const double lift = base_rate_ > 0 ? counts.yield_rate() / base_rate_ : 0.0;
+        const double lift = base_rate_ > 0 ? divide(counts.yield_rate(), base_rate_) : 0.0;
         append(patterns_, maker_.make({{names_.function_a, first.get()},
                                        {names_.function_b, second.get()},
                                        {names_.total_cooccurrences, counts.total},
@@ -85,7 +85,8 @@ Ref best_patterns(ModuleState& state, const PairTable& pairs, double base_rate, 
     };
     if (may_rank_first(pairs, writer, top_n)) {
         const auto wanted = machine_word(top_n);
-        pairs.for_best_pairs(wanted ? static_cast<std::size_t>(*wanted) : pairs.size(), write);
+        const bool are_all = !wanted || std::cmp_greater(*wanted, pairs.size());
+        pairs.for_best_pairs(are_all ? pairs.size() : static_cast<std::size_t>(*wanted), write);
         result.prepare();
         return writer.patterns().copy();
     }

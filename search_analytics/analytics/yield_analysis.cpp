@@ -29,13 +29,13 @@ struct Yield {
             return kNoTrend;
         }
         return search_analytics::trend("improving", [&](double factor, int operation) {
-            const double usual = lifetime_rate * factor;
+            const double usual = multiply(lifetime_rate, factor);
             return operation == Py_GT ? recent_rate > usual : recent_rate < usual;
         });
     }
 
     // Whatever the trend: an empty recent window counts as a rate of 0.
-    bool diminishing_returns() const { return recent_rate < lifetime_rate * 0.5; }
+    bool diminishing_returns() const { return recent_rate < multiply(lifetime_rate, 0.5); }
 };
 
 // What became of the evaluations: how many were useful, a dictionary for each, and one for each

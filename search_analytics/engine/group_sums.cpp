@@ -21,7 +21,7 @@ std::array<double, kMeasureCount> WindowSums::double_means() const {
     assert(count_ != 0 && are_doubles());
     std::array<double, kMeasureCount> means;
     for (std::size_t i = 0; i < kMeasureCount; ++i) {
-        means[i] = doubles_[i] / static_cast<double>(count_);
+        means[i] = divide(doubles_[i], static_cast<double>(count_));
     }
     return means;
 }

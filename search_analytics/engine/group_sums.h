@@ -54,7 +54,7 @@ class WindowSums {
     void add(const Measures& measures) {
         if (measures.are_doubles() && objects_ == nullptr) [[likely]] {
             for (std::size_t i = 0; i < kMeasureCount; ++i) {
-                doubles_[i] += measures.as_double(i);
+                doubles_[i] = search_analytics::add(doubles_[i], measures.as_double(i));
             }
         } else {
             add_objects(measures);

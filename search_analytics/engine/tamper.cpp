@@ -64,7 +64,7 @@ Ref pnl_mi_tamper_delta(const ModuleState& state, Arg agent_value, Arg server_va
     if (!is_finite(*agent)) {
         return new_float(std::numeric_limits<double>::infinity());
     }
-    const double delta = std::fabs(agent_number - as_double(*server));
+    const double delta = std::fabs(subtract(agent_number, as_double(*server)));
     return delta > kTolerance ? new_float(delta) : Ref::none();
 }
 

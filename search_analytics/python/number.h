@@ -1,6 +1,8 @@
 // Arithmetic by the interpreter's rules, and the short cuts that give the same bits.
 #pragma once
 
+#include <cfloat>
+#include <cstdint>
 #include <optional>
 #include <utility>
 
@@ -69,12 +71,27 @@ inline Ref multiply(Arg left, Arg right) { return Ref::steal(PyNumber_Multiply(l
 inline Ref divide(Arg left, Arg right) { return Ref::steal(PyNumber_TrueDivide(left, right)); }
 inline Ref negative(Arg value) { return Ref::steal(PyNumber_Negative(value)); }
 
-// The same for doubles, so that a formula is written once for both kinds of number.
+// Whether a step of a calculation is rounded to a double at once. Some processors (x87) carry more
+// digits from step to step; how the interpreter was built for them, only it knows.
+inline constexpr bool kRoundsEachStep = FLT_EVAL_METHOD == 0;
+
+// The same for doubles, with the interpreter's digits, so that a formula is written once for both
+// kinds of number. REQUIRES for a division: `right` is not 0.
 inline double copy_of(double value) { return value; }
 inline Ref copy_of(const Ref& value) { return value.copy(); }
-inline double subtract(double left, double right) { return left - right; }
-inline double multiply(double left, double right) { return left * right; }
-inline double divide(double left, double right) { return left / right; }
+inline double add(double left, double right) {
+    return kRoundsEachStep ? left + right : as_double(add(new_float(left), new_float(right)));
+}
+inline double subtract(double left, double right) {
+    return kRoundsEachStep ? left - right : as_double(subtract(new_float(left), new_float(right)));
+}
+inline double multiply(double left, double right) {
+    return kRoundsEachStep ? left * right : as_double(multiply(new_float(left), new_float(right)));
+}
+inline double divide(double left, double right) {
+    assert(right != 0.0);
+    return kRoundsEachStep ? left / right : as_double(divide(new_float(left), new_float(right)));
+}
 inline bool is_greater(double left, double right) { return left > right; }
 inline bool is_greater(Arg left, Arg right) { return compare(left, right, Py_GT); }
 
@@ -91,7 +108,7 @@ inline std::optional<double> addend(Arg value) {
     }
     if (is_exact_int(value) || is_bool(value)) {
         if (const auto word = machine_word(value)) {
-            return static_cast<double>(*word);
+            return kRoundsEachStep ? static_cast<double>(*word) : as_double(to_float(value));
         }
     }
     return std::nullopt;
@@ -102,11 +119,11 @@ inline std::optional<double> addend(Arg value) {
 // its length counts further. REQUIRES: neither is negative, and `whole` is not 0.
 inline double ratio(Py_ssize_t part, Py_ssize_t whole) {
     assert(part >= 0 && whole > 0);
-    constexpr Py_ssize_t kMostExact = 9007199254740992;  // 2**53
-    if (part > kMostExact || whole > kMostExact) [[unlikely]] {
+    constexpr std::int64_t kMostExact = 9007199254740992;  // 2**53
+    if (std::cmp_greater(part, kMostExact) || std::cmp_greater(whole, kMostExact)) [[unlikely]] {
         return as_double(divide(new_int(part), new_int(whole)));
     }
-    return static_cast<double>(part) / static_cast<double>(whole);
+    return divide(static_cast<double>(part), static_cast<double>(whole));
 }
 
 }  // namespace search_analytics

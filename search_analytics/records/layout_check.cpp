@@ -3,9 +3,8 @@
 // themselves.
 #include "records/layout.h"
 
-#ifndef NDEBUG
-#if (PY_VERSION_HEX >= 0x030B0000 && PY_VERSION_HEX < 0x030C0000) || \
-    (PY_VERSION_HEX >= 0x030D0000 && PY_VERSION_HEX < 0x030E0000)
+#if !defined(NDEBUG) && SEARCH_ANALYTICS_KNOWS_LAYOUT
+#if PY_VERSION_HEX < 0x030C0000 || (PY_VERSION_HEX >= 0x030D0000 && PY_VERSION_HEX < 0x030E0000)
 #define Py_BUILD_CORE 1
 #include <internal/pycore_dict.h>
 #define SEARCH_ANALYTICS_SEES_STRUCTURES 1

@@ -1,6 +1,7 @@
 // Open addressing over numbered entries.
 #pragma once
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -20,7 +21,7 @@ class Slots {
             return kNone;
         }
         const std::size_t mask = slots_.size() - 1;
-        for (std::size_t slot = hash & mask; slots_[slot] != 0; slot = (slot + 1) & mask) {
+        for (std::size_t slot = first_slot(hash); slots_[slot] != 0; slot = (slot + 1) & mask) {
             const std::size_t number = slots_[slot] - 1;
             if (is_wanted(number)) {
                 return number;
@@ -44,6 +45,12 @@ class Slots {
     }
 
    private:
+    // Where looking for an entry begins. REQUIRES: there are slots.
+    std::size_t first_slot(std::uint64_t hash) const {
+        assert(!slots_.empty());
+        return static_cast<std::size_t>(hash) & (slots_.size() - 1);
+    }
+
     // Doubles the slots, so that at least half of them stay free.
     template <typename HashOf>
     void grow(HashOf&& hash_of) {
@@ -56,7 +63,7 @@ class Slots {
 
     void put(std::uint64_t hash, std::size_t number) {
         const std::size_t mask = slots_.size() - 1;
-        std::size_t slot = hash & mask;
+        std::size_t slot = first_slot(hash);
         while (slots_[slot] != 0) {
             slot = (slot + 1) & mask;
         }

@@ -5,11 +5,14 @@ from __future__ import annotations
 import math
 from collections.abc import Callable
 from fractions import Fraction
+from random import Random
+from types import SimpleNamespace
 from typing import Any
 
 import pytest
-from differential.traps import assert_same, call, engine, plain
+from differential.traps import assert_same, call, engine, fields, plain
 from differential.world import World
+from support.records import SlotRecord
 
 WORD = 2**63
 EDGES = {
@@ -97,5 +100,42 @@ def test_measures_of_any_numbers_agree(edge: str) -> None:
             plain(is_pnl_mi=value, agent_is_pnl_mi=value),
         ]
         return call(w, history, "get_yield_analysis")
+
+    assert_same(build)
+
+
+DIGITS = ("sharpe", "returns", "turnover", "drawdown", "correlation", "is_pnl_mi")
+
+
+# Groups of one to three records: a processor that carries more digits than a double has shows it
+# in one rounding of a few hundred.
+@pytest.mark.parametrize("record_class", [SimpleNamespace, SlotRecord])
+@pytest.mark.parametrize(
+    ("operation", "keywords"),
+    [
+        ("get_search_stats", {"min_sample_size": 1}),
+        ("get_correlation_patterns", {"top_n": 10_000}),
+        ("get_yield_analysis", {}),
+    ],
+    ids=["statistics", "pairs", "yield"],
+)
+def test_every_digit_of_many_numbers_agrees(
+    operation: str, keywords: dict[str, Any], record_class: Callable[..., Any]
+) -> None:
+    def build(w: World) -> Callable[[], Any]:
+        random = Random(17)
+        history = []
+        for _ in range(3000):
+            name = f"f{random.randrange(1500)}"
+            changes: dict[str, Any] = {field: random.gauss(0.0, 1.0) for field in DIGITS}
+            changes["agent_is_pnl_mi"] = random.gauss(0.0, 1.0)
+            changes["per_column_stats"] = None
+            changes["passed_thresholds"] = random.random() < 0.4
+            changes["function_metadata"] = [
+                {"function_name": name, "function_family": name},
+                {"function_name": f"g{random.randrange(40)}", "function_family": "trend"},
+            ]
+            history.append(record_class(**fields(**changes)))
+        return call(w, history, operation, **keywords)
 
     assert_same(build)
