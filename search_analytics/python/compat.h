@@ -33,6 +33,9 @@ inline constexpr bool kCodeHasQualname = PY_VERSION_HEX >= 0x030B0000;
 inline constexpr bool kHasTypeParameters = PY_VERSION_HEX >= 0x030C0000;
 inline constexpr bool kHasAnnotate = PY_VERSION_HEX >= 0x030E0000;
 
+// Whether a frozenset comes into the collector's sight by what is added to it.
+inline constexpr bool kShowsSets = PY_VERSION_HEX >= 0x030F0000;
+
 // The version of a class, which is another one after each change of it; 0 where none is known.
 inline unsigned int class_version(const PyTypeObject* type) {
 #if PY_VERSION_HEX < 0x030D0000

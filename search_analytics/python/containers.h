@@ -148,8 +148,20 @@ inline Ref items_of_dict(Arg dict) { return Ref::steal(PyDict_Items(dict)); }
 // Keeps a container out of the collector's sight, and of everybody who asks the collector for all
 // objects, while it is filled; and shows it again.
 inline void hide_from_collector(const Ref& container) { PyObject_GC_UnTrack(container.get()); }
-inline void show_to_collector(const Ref& container) { PyObject_GC_Track(container.get()); }
+inline void show_to_collector(const Ref& container) {
+    if (PyObject_GC_IsTracked(container.get()) == 0) {
+        PyObject_GC_Track(container.get());
+    }
+}
 
 inline void add_to_set(const Ref& set, Arg item) { check(PySet_Add(set.get(), item)); }
+
+// The same for a set that is hidden, and stays so.
+inline void add_to_hidden_set(const Ref& set, Arg item) {
+    add_to_set(set, item);
+    if (compat::kShowsSets) {
+        hide_from_collector(set);
+    }
+}
 
 }  // namespace search_analytics

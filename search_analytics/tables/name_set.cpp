@@ -27,7 +27,7 @@ void NameSet::add(Arg value) {
     if (is_exact()) {
         freeze();
     }
-    add_to_set(frozen_, value);
+    add_to_hidden_set(frozen_, value);
 }
 
 // Making a set can run code: it may start the garbage collector.
@@ -41,7 +41,7 @@ void NameSet::freeze() {
     // Nobody can add to a frozenset that somebody else has found, too.
     hide_from_collector(frozen_);
     for (const Ref& name : owned_) {
-        add_to_set(frozen_, name);
+        add_to_hidden_set(frozen_, name);
     }
     names_.clear();
     owned_.clear();
