@@ -100,7 +100,7 @@ CALLS = {
     "family filter": "engine._fetch_evaluations, function_family='F', feature_family='price'",
     "group key": "engine._build_group_key, records[0], AggregateBy.FUNCTION_FEATURE",
     "statistic": "engine._get_stat, records[3], None, 'sharpe'",
-    "time window": "engine._filter_by_time_window, records, TimeWindow.LAST_WEEK, None, 1e9",
+    "time window": "engine._filter_by_time_window, records * 20, TimeWindow.LAST_WEEK, None, 1e9",
     "pools": "search_analytics._resolve_pool_configs, pools",
     "usage": "search_analytics._feature_items, SimpleNamespace(features=['a', 'b'])",
 }
