@@ -9,6 +9,8 @@ FAULTS ?= build/faults
 DATABASE ?= sqlite
 QUICK ?=
 SAMPLE ?=
+SANITIZE ?=
+FUZZ_SECONDS ?= 60
 ARGS ?=
 SKIP ?=
 JOBS ?=
@@ -64,7 +66,7 @@ test: build $(STAMPS)/test ## run the whole test suite in dev mode
 	@echo "make test: built $(BUILD), installed it into $(VENV), ran the tests with $$($(PY) --version)."
 
 .PHONY: check
-check: ## do what CI does: tests, lint, sanitizers, assertions, faults, other CPythons, a quick benchmark
+check: ## do what CI does: tests, lint, sanitizers, random programs, assertions, faults, other CPythons
 	@.ci/run
 
 .PHONY: matrix
@@ -96,14 +98,17 @@ format: $(STAMPS)/lint ## rewrite C++ and Python in the house style
 
 # The sanitizer's library has to be there before the interpreter starts, and the C++ library with
 # it, or it cannot see exceptions. What counts blocks means nothing without pymalloc.
-.PHONY: sanitize
-sanitize: build/asan/build.ninja $(STAMPS)/test ## run the tests on a build that checks addresses and undefined behaviour
-	@MAKEFLAGS= cmake --build build/asan
-	@cmake --install build/asan --prefix build/asan/site > /dev/null
-	@export LD_PRELOAD="$$(c++ -print-file-name=libasan.so) $$(c++ -print-file-name=libstdc++.so.6)" \
+SANITIZED = LD_PRELOAD="$$(c++ -print-file-name=libasan.so) $$(c++ -print-file-name=libstdc++.so.6)" \
 	    ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
 	    UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
-	    PYTHONMALLOC=malloc PYTHONPATH="$(CURDIR)/build/asan/site"; \
+	    PYTHONMALLOC=malloc PYTHONPATH="$(CURDIR)/build/asan/site"
+BUILD_SANITIZED = MAKEFLAGS= cmake --build build/asan && \
+	    cmake --install build/asan --prefix build/asan/site > /dev/null
+
+.PHONY: sanitize
+sanitize: build/asan/build.ninja $(STAMPS)/test ## run the tests on a build that checks addresses and undefined behaviour
+	@$(BUILD_SANITIZED)
+	@export $(SANITIZED); \
 	$(STRICT) -c 'import kestrune.search_analytics as s; assert "/asan/" in s.__spec__.origin' && \
 	$(PYTEST) -m "not leaks" --ignore=tests/packaging --ignore=tests/lint $(ARGS)
 	@echo "make sanitize: ran the tests under the address and undefined-behaviour sanitizers."
@@ -116,6 +121,12 @@ debug: $(DEBUG)/build.ninja $(STAMPS)/test ## run the tests of records on a buil
 	$(STRICT) -c 'import kestrune.search_analytics as s; assert "/debug/" in s.__spec__.origin' && \
 	$(PYTEST) $(or $(ARGS),tests/records tests/tables tests/engine tests/analytics)
 	@echo "make debug: ran the tests on a build with assertions, with $$($(PY) --version)."
+
+.PHONY: fuzz
+fuzz: $(if $(SANITIZE),build/asan/build.ninja,build) ## run random hostile programs for FUZZ_SECONDS (SANITIZE=1; ARGS="--seed 123" shows one)
+	@$(if $(SANITIZE),$(BUILD_SANITIZED))
+	@export $(if $(SANITIZE),$(SANITIZED),PYTHONPATH=); PYTHONPATH="$$PYTHONPATH:tests" \
+	    $(PY) -m fuzz.run --seconds $(FUZZ_SECONDS) $(ARGS)
 
 .PHONY: leaks
 leaks: build $(STAMPS)/test ## repeat every call until its memory blocks settle

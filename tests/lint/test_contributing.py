@@ -66,7 +66,7 @@ def test_make_check_does_what_ci_does() -> None:
     assert "\ncheck: ## " in MAKEFILE
     assert re.search(r"^check:.*\n\t@\.ci/run$", MAKEFILE, re.MULTILINE)
     steps = re.findall(r"^ *step \w+ make (?:-j\d+ )?(\w+)", text_of(".ci/run"), re.MULTILINE)
-    assert steps == ["test", "lint", "sanitize", "debug", "faults", "matrix", "bench"]
+    assert steps == ["test", "lint", "sanitize", "fuzz", "debug", "faults", "matrix", "bench"]
 
 
 # Where things go.
@@ -130,7 +130,9 @@ def test_a_promise_without_a_test_is_noticed() -> None:
 # Tests mirror the sources.
 
 # What belongs to no folder of the sources.
-COMMON = {"differential", "examples", "lint", "model", "packaging", "robustness", "support"}
+COMMON = {
+    *("differential", "examples", "fuzz", "lint", "model", "packaging", "robustness", "support"),
+}
 # What concerns a folder as a whole, or a subject that several of its files share.
 SHARED = {"era_candidates", "needed_names", "package", "replaceable", "replaceable_helpers"}
 
