@@ -9,7 +9,7 @@ namespace search_analytics {
 namespace {
 
 PyObject* note_interpreter_end(PyObject*, PyObject*) {
-    ending_thread.store(PyThread_get_thread_ident(), std::memory_order_relaxed);
+    threads_may_be_ended.store(true, std::memory_order_relaxed);
     return Py_NewRef(Py_None);
 }
 
@@ -17,10 +17,12 @@ PyMethodDef end_notice = {"note_interpreter_end", note_interpreter_end, METH_NOA
 
 }  // namespace
 
-// Only the main interpreter's end ends threads. One notice does for all copies of the module, and
-// keeps none of them alive.
+// Only the main interpreter's end ends threads, those of other interpreters among them: these do
+// not learn of it, and are prepared from the start. One notice does for all copies of the module,
+// and keeps none of them alive.
 void watch_for_interpreter_end(ModuleState& state) {
     if (PyInterpreterState_Get() != PyInterpreterState_Main()) {
+        threads_may_be_ended.store(true, std::memory_order_relaxed);
         return;
     }
     PyObject* registry = PyInterpreterState_GetDict(PyInterpreterState_Get());

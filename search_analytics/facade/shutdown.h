@@ -5,7 +5,7 @@
 
 namespace search_analytics {
 
-// Has `ending_thread` set when the main interpreter begins to end.
+// Has `threads_may_be_ended` set when the main interpreter begins to end, if not before.
 void watch_for_interpreter_end(ModuleState& state);
 
 }  // namespace search_analytics

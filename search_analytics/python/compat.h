@@ -68,6 +68,21 @@ inline bool is_ready_text([[maybe_unused]] PyObject* text) {
 #endif
 }
 
+// Whether this thread, which is inside of a call, holds its interpreter's lock still, or has been
+// refused it because the process ends.
+inline bool holds_lock() {
+    const PyThreadState* current = _PyThreadState_UncheckedGet();
+#if PY_VERSION_HEX >= 0x030C0000
+    // Each thread knows its own state, and has none while it waits for the lock.
+    return current != nullptr;
+#else
+    // There is one current state in the process: that of the thread which holds the lock. Once the
+    // interpreter refuses it to all others, no other state of this thread can be current.
+    return _Py_IsFinalizing() == 0 ||
+           (current != nullptr && current == PyGILState_GetThisThreadState());
+#endif
+}
+
 // Looks `name` up on `object`. Returns 1 and a new reference, 0 and null when there is no such
 // attribute, or -1 with the error set; a missing attribute builds no exception.
 inline int get_optional_attribute(PyObject* object, PyObject* name, PyObject** result) {

@@ -5,20 +5,21 @@
 #include <cassert>
 #include <utility>
 
+#include "python/compat.h"
 #include "python/error.h"
 #include "python/python.h"
 
 namespace search_analytics {
 
-// The thread that ends the interpreter, from the moment when it begins to; 0 before.
-inline std::atomic<unsigned long> ending_thread = 0;
+// Whether the interpreter may be ending threads already: never false again once it may. Whoever
+// drops a reference asks this first, since it costs nothing.
+inline std::atomic<bool> threads_may_be_ended = false;
 
-// Whether this thread may be unwound because another one ends the interpreter. It does not hold
+// Whether this thread is being unwound because another one ends the interpreter. It does not hold
 // the interpreter's lock then: no destructor may call into the interpreter, and what the thread
 // owns is left to the end of the process.
 inline bool thread_is_ending() {
-    const unsigned long ending = ending_thread.load(std::memory_order_relaxed);
-    return ending != 0 && ending != PyThread_get_thread_ident();
+    return threads_may_be_ended.load(std::memory_order_relaxed) && !compat::holds_lock();
 }
 
 // Drops a reference, unless this thread is being ended.

@@ -1,7 +1,8 @@
-"""Daemon threads that stand inside a call when the interpreter ends, in child processes.
+"""Threads beside the one that ends the interpreter, in child processes.
 
-The interpreter ends such a thread where it stands, without its lock: nothing of what the thread
-owns may be touched any more.
+The interpreter ends a thread that stands inside a call where it stands, without its lock: nothing
+of what the thread owns may be touched any more. Until then threads work as ever, although the end
+has begun: exit handlers that run late may use them.
 """
 
 from __future__ import annotations
@@ -139,4 +140,118 @@ def test_the_end_of_a_subinterpreter_ends_no_thread_of_another():
     thread.join()
     assert [reference() for reference in references] == [None]
     """
+    )
+
+
+# An exit handler that was enrolled before the module was imported runs after what the module
+# enrolled itself.
+LATE = """
+    import atexit, threading
+
+    atexit.register(lambda: late())
+
+    def in_a_thread(work):
+        tasks.put(work)
+        tasks.join()
+
+    def serve():
+        while True:
+            tasks.get()()
+            tasks.task_done()
+
+    import gc, queue, sys
+    from support.operations import WALKS, walk
+    from support.parts import engine_over, evaluation
+
+    engine = engine_over([evaluation()] * 3)
+    tasks = queue.Queue()
+    threading.Thread(target=serve, daemon=True).start()
+"""
+
+
+@pytest.mark.leaks
+def test_a_thread_of_a_late_exit_handler_leaks_nothing():
+    outcome = run_child(
+        LATE
+        + """
+    def work():
+        def blocks():
+            for name in WALKS:
+                for _ in range(20):
+                    walk(engine, name)
+            engine._tracker.calls.clear()
+            gc.collect()
+            return sys.getallocatedblocks()
+
+        first, second, third = blocks(), blocks(), blocks()
+        print(third - second)
+
+    def late():
+        in_a_thread(work)
+    """
+    )
+    assert outcome.stderr == ""
+    assert int(outcome.stdout) < 20
+
+
+def test_a_thread_of_a_late_exit_handler_calls_as_often_as_it_likes():
+    outcome = run_child(
+        LATE
+        + """
+    def late():
+        def work():
+            for _ in range(3000):
+                engine.get_available_aggregations()
+            print("done")
+
+        in_a_thread(work)
+    """
+    )
+    assert (outcome.stdout, outcome.stderr) == ("done\n", "")
+
+
+def test_a_thread_outlives_exit_handlers_that_ran_before_the_end():
+    """Who runs the exit handlers by hand, and goes on."""
+    outcome = run_child(
+        LATE
+        + """
+    def late():
+        pass
+
+    def work():
+        for _ in range(3000):
+            engine.get_available_aggregations()
+        print("done")
+
+    atexit._run_exitfuncs()
+    in_a_thread(work)
+    """
+    )
+    assert (outcome.stdout, outcome.stderr) == ("done\n", "")
+
+
+@pytest.mark.parametrize("operation", OPERATIONS)
+def test_a_thread_of_a_late_exit_handler_is_ended_inside_its_call(operation):
+    run_child(
+        LATE.replace("import atexit", "import atexit, itertools, time")
+        + """
+    class Asking:
+        def __getattr__(self, attribute):
+            started.set()
+            return getattr(record, attribute)
+
+    class Endless:
+        def __iter__(self):
+            return itertools.repeat(Asking())
+        def __len__(self):
+            return 1
+
+    record, started = evaluation(), threading.Event()
+
+    def late():
+        endless = engine_over(Endless())
+        tasks.put(lambda: walk(endless, sys.argv[1]))
+        assert started.wait(30)
+    """,
+        operation,
     )
