@@ -39,7 +39,7 @@ const FunctionDescription kDescendingKey = {"<lambda>", {}, {"row"}, {}, descend
 
 struct RankedRow {
     double score;
-    Py_ssize_t count;
+    long long count;
     Py_ssize_t position;
 };
 
@@ -50,7 +50,8 @@ std::optional<RankedRow> ranked(const Names& names, Arg row, Py_ssize_t position
     if (!is_exact_float(score) || std::isnan(as_double(score)) || !is_exact_int(count)) {
         return std::nullopt;
     }
-    return RankedRow{as_double(score), as_count(count), position};
+    const auto word = machine_word(count);
+    return word ? std::optional(RankedRow{as_double(score), *word, position}) : std::nullopt;
 }
 
 }  // namespace

@@ -43,23 +43,19 @@ inline std::optional<long long> machine_word(Arg value) {
     return overflow == 0 ? std::optional(word) : std::nullopt;
 }
 
-// The value of an int that counts something.
-inline Py_ssize_t as_count(Arg value) {
-    const Py_ssize_t count = PyLong_AsSsize_t(value);
-    if (count == -1 && PyErr_Occurred() != nullptr) {
-        throw ErrorSet();
-    }
-    return count;
-}
-
-// The same for one that tells a place in something of `size` places. Python code can reach what
-// holds it, and is not trusted to leave it alone.
+// The value of an int that tells a place in something of `size` places. Python code can reach the
+// dictionary that holds it, and is not trusted to leave it alone.
 inline std::size_t as_place(Arg value, std::size_t size) {
-    const Py_ssize_t place = as_count(value);
-    if (std::cmp_less(place, 0) || std::cmp_greater_equal(place, size)) [[unlikely]] {
+    const auto place = is_exact_int(value) ? machine_word(value) : std::nullopt;
+    if (!place || std::cmp_less(*place, 0) || std::cmp_greater_equal(*place, size)) [[unlikely]] {
         raise(PyExc_RuntimeError, "a private dictionary was changed");
     }
-    return static_cast<std::size_t>(place);
+    return static_cast<std::size_t>(*place);
+}
+
+// The same for an int that counts something: there is room for one more.
+inline Py_ssize_t as_count(Arg value) {
+    return static_cast<Py_ssize_t>(as_place(value, PY_SSIZE_T_MAX));
 }
 
 inline Ref add_in_place(Arg left, Arg right) {

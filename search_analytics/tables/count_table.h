@@ -97,8 +97,8 @@ inline void CountTable::count(std::size_t number, Arg key, bool is_pass) {
 template <typename Visit>
 void CountTable::for_each_key(Visit&& visit) const {
     for_each(items_of_dict(totals_), [&](PyObject* entry) {
-        PyObject* key = tuple_item(entry, 0);
-        visit(key, counts_at(key, tuple_item(entry, 1)));
+        const auto [key, value] = as_pair(entry);
+        visit(key.get(), counts_at(key, value));
     });
 }
 

@@ -27,7 +27,8 @@ std::uint64_t key_hash(const NameList& functions, const NameList& features) {
     return scramble(set_hash(functions)) + set_hash(features);
 }
 
-// A frozenset of the names, added in their order.
+// A frozenset of the names, added in their order. Nobody finds it while it is filled: exact strings
+// are hashed and compared without running code.
 Ref frozen_set(const OwnedName* names, std::size_t count) {
     Ref set = new_frozenset();
     for (std::size_t i = 0; i < count; ++i) {

@@ -65,8 +65,8 @@ void GroupTable::for_each_group(Visit&& visit) const {
         return;
     }
     for_each(items_of_dict(numbers_), [&](PyObject* entry) {
-        visit(as_place(tuple_item(entry, 1), next_number_),
-              [&] { return Ref::share(tuple_item(entry, 0)); });
+        const auto pair = as_pair(entry);
+        visit(as_place(pair.second, next_number_), [&] { return pair.first.copy(); });
     });
 }
 

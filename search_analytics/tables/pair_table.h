@@ -100,8 +100,9 @@ void PairTable::for_each_pair(Visit&& visit) const {
         return;
     }
     for_each(items_of_dict(counts_), [&](PyObject* entry) {
-        const auto [first, second] = as_pair(tuple_item(entry, 0));
-        visit(first, second, pass_counts(tuple_item(entry, 1)));
+        const auto [names, counts] = as_pair(entry);
+        const auto [first, second] = as_pair(names);
+        visit(first, second, pass_counts(counts));
     });
 }
 
