@@ -18,7 +18,7 @@ Ref get_attr_or_item(const Call& call) {
     }
     if (!is_str(key)) {
         // TypeError, in the built-in function's own words.
-        const auto getattr = builtin(names.getattr);
+        const auto getattr = builtin(call.state(), names.getattr);
         return getattr ? search_analytics::call(*getattr, value, key) : attribute(value, key);
     }
     auto found = optional_attribute(value, key);

@@ -5,21 +5,33 @@ namespace search_analytics {
 
 namespace {
 
+// What the body kept under a key, or nothing: it may have failed before.
+std::optional<Ref> kept_by_body(const ModuleState& state, Arg key) {
+    return state.bound == nullptr ? std::nullopt : dict_entry(state.bound, key);
+}
+
+// Whether a function of Python code runs the code that it ran when the body ended. All else does.
+bool has_kept_code(const ModuleState& state, Arg member) {
+    PyObject* code = code_of_function(member);
+    return code == nullptr || is_bound(state, member, code);
+}
+
 // Whether a class's own members are those that were kept. `may_add` decides on names that are new.
 template <typename MayAdd>
 bool has_kept_members(const ModuleState& state, Arg type, MayAdd&& may_add) {
-    const auto kept = dict_entry(state.bound, type);
-    if (!kept) {
+    const auto kept = kept_by_body(state, type);
+    if (!kept || !is_exact_dict(*kept)) {
         return false;
     }
     Py_ssize_t same = 0;
     bool is_foreign = false;
     for_each_until(items_of_dict(members_of_class(type)), [&](PyObject* entry) {
-        const auto original = dict_entry(*kept, tuple_item(entry, 0));
+        const auto [name, member] = as_pair(entry);
+        const auto original = dict_entry(*kept, name);
         if (original) {
-            same += original->get() == tuple_item(entry, 1) ? 1 : 0;
+            same += original->get() == member.get() && has_kept_code(state, member) ? 1 : 0;
         } else {
-            is_foreign = !may_add(tuple_item(entry, 0));
+            is_foreign = !may_add(name.get());
         }
         return !is_foreign;
     });
@@ -28,11 +40,23 @@ bool has_kept_members(const ModuleState& state, Arg type, MayAdd&& may_add) {
 
 }  // namespace
 
+std::optional<Ref> builtin(const ModuleState& state, Arg name) {
+    if (is_exact_dict(state.builtins)) {
+        return dict_entry(state.builtins, name);
+    }
+    PyObject* value = PyObject_GetItem(state.builtins, name);
+    if (value == nullptr && error_is(PyExc_KeyError)) {
+        forget_error();
+        return std::nullopt;
+    }
+    return Ref::steal(value);
+}
+
 Ref load_global(const ModuleState& state, Arg name) {
     if (auto value = dict_entry(state.globals(), name)) {
         return std::move(*value);
     }
-    if (auto value = builtin(name)) {
+    if (auto value = builtin(state, name)) {
         return std::move(*value);
     }
     raise_name_error(name);
@@ -43,10 +67,7 @@ void bind_global(const ModuleState& state, Arg name, Arg value) {
 }
 
 bool is_bound(const ModuleState& state, PyObject* name, Arg object) {
-    if (state.bound == nullptr) {
-        return false;
-    }
-    const auto bound = dict_entry(state.bound, name);
+    const auto bound = kept_by_body(state, name);
     return bound && bound->get() == object;
 }
 
@@ -65,12 +86,17 @@ bool is_original_member(const ModuleState& state, PyObject* module_name, PyObjec
     if (!module || !PyModule_CheckExact(module->get())) {
         return false;
     }
-    const auto now = dict_entry(PyModule_GetDict(module->get()), member);
+    // A module that the collector has taken apart has no namespace.
+    PyObject* members = PyModule_GetDict(module->get());
+    const auto now = members == nullptr ? std::nullopt : dict_entry(members, member);
     return now && is_bound(state, member, *now);
 }
 
 bool is_as_made(const ModuleState& state, Arg type) {
     PyObject* order = reinterpret_cast<PyTypeObject*>(type.get())->tp_mro;
+    if (order == nullptr) {  // the collector has taken the class apart
+        return false;
+    }
     for (Py_ssize_t i = 0; i < tuple_size(order); ++i) {
         PyObject* base = tuple_item(order, i);
         if (is_python_class(base) &&

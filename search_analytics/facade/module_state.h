@@ -1,6 +1,12 @@
 // What one module object keeps for its code: the names, its own types, and the objects that the
 // module body bound, by which a caller's replacement is recognised.
+//
+// All of it is kept until the state itself is gone. Functions can still be called while the
+// collector takes their module apart, and own it; what stands in a cycle is a type or a dictionary,
+// which the collector empties by itself.
 #pragma once
+
+#include <array>
 
 #include "facade/words.h"
 #include "python/iteration.h"
@@ -10,6 +16,25 @@ namespace search_analytics {
 // The names that the analysis looks up. Nothing here knows one of them.
 struct Names;
 
+// Compiled statements by their texts. No container of Python's: whoever found one could put
+// anything in the place of a statement that is going to run.
+struct CompiledStatements {
+    struct Statement {
+        const char* text;
+        PyObject* code;
+    };
+
+    // More than the module has.
+    std::array<Statement, 32> list;
+    std::size_t count;
+
+    void destroy() noexcept {
+        for (Statement& statement : list) {
+            Py_CLEAR(statement.code);
+        }
+    }
+};
+
 struct ModuleState {
     Words words;
     const Names* vocabulary = nullptr;
@@ -18,24 +43,26 @@ struct ModuleState {
     // The module's namespace as its body left it, and the same of the engine class.
     PyObject* bound = nullptr;
     PyObject* bound_methods = nullptr;
-    // Import statements by their text, compiled.
-    PyObject* statements = nullptr;
+    // The statements that have run, compiled.
+    CompiledStatements statements;
     // What stands for the functions in profiles, by their full names; null until it is needed.
     PyObject* stand_ins = nullptr;
+    // What is built in for its functions: fixed when the body runs, as a `def` fixes it.
+    PyObject* builtins = nullptr;
     // The module itself, borrowed: it owns this state.
     PyObject* module = nullptr;
-    // The module's namespace, which its functions see as their globals. Kept until the state is
-    // gone: the module drops its own reference while functions can still be called.
+    // The module's namespace, which its functions see as their globals.
     PyObject* module_dict = nullptr;
 
     const Names& names() const { return *vocabulary; }
 
     // Calls `each` with every owned object that can stand in a reference cycle: the one list of
-    // them, for the collector's traversal and for clearing.
+    // them, for the collector's traversal and for the end.
     template <typename Each>
     int visit(Each&& each) {
         for (PyObject** field :
-             {&function_type, &generator_type, &bound, &bound_methods, &statements, &stand_ins}) {
+             {&function_type, &generator_type, &bound, &bound_methods, &stand_ins, &builtins,
+              &module_dict}) {
             if (const int stop = each(*field); stop != 0) {
                 return stop;
             }
@@ -55,6 +82,10 @@ inline ModuleState& state_of(PyObject* module) {
 // The value of a global name as a function of the module sees it: the module's namespace first,
 // then the builtins, then NameError.
 Ref load_global(const ModuleState& state, Arg name);
+
+// What is built in under a name for the module's functions, or nothing: found as they find it, in
+// a dictionary or in any other mapping that stands for one.
+std::optional<Ref> builtin(const ModuleState& state, Arg name);
 
 // Binds a global name, as an assignment at module level does.
 void bind_global(const ModuleState& state, Arg name, Arg value);

@@ -16,18 +16,25 @@ void begin_class(const ModuleState& state, const Ref& body, const Ref& name,
     assign_item(body, words.dunder_doc, new_str(documentation));
 }
 
-// Runs a statement in a namespace of its own; its compiled form is kept. Tracebacks do not show the
-// statement, but the function that it is part of.
-void run_statement(ModuleState& state, const char* statement, const Ref& scope) {
-    const Ref text = new_str(statement);
-    Ref code;
-    if (auto compiled = dict_entry(state.statements, text)) {
-        code = std::move(*compiled);
-    } else {
-        code =
-            Ref::steal(Py_CompileString(statement, "<kestrune.search_analytics>", Py_file_input));
-        check(PyDict_SetItem(state.statements, text.get(), code.get()));
+// The compiled form of a statement, which is kept, by the very text.
+Ref compiled(CompiledStatements& statements, const char* text) {
+    for (std::size_t i = 0; i < statements.count; ++i) {
+        if (statements.list[i].text == text) {
+            return Ref::share(statements.list[i].code);
+        }
     }
+    Ref code = Ref::steal(Py_CompileString(text, "<kestrune.search_analytics>", Py_file_input));
+    if (statements.count < statements.list.size()) {
+        statements.list[statements.count++] = {text, code.copy().release()};
+    }
+    return code;
+}
+
+// Runs a statement in a namespace of its own. Its text lives as long as the module. Tracebacks do
+// not show the statement, but the function that it is part of.
+void run_statement(ModuleState& state, const char* statement, const Ref& scope) {
+    const Ref code = compiled(state.statements, statement);
+    set_item(scope, state.words.dunder_builtins, state.builtins);
     PyObject* result = PyEval_EvalCode(code.get(), scope.get(), scope.get());
     if (result == nullptr) {
         hide_in_traceback(code);

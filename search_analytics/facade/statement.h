@@ -34,7 +34,8 @@ Ref make_data_class(const ModuleState& state, std::string_view name, std::string
 std::pair<Ref, Ref> unpack_pair(ModuleState& state, Arg value);
 
 // Runs an import statement and returns what it binds to `name`. The statement is the
-// interpreter's own: import hooks, submodules and the texts of errors are those of Python code.
+// interpreter's own: import hooks, submodules and the texts of errors are those of Python code. Its
+// text lives as long as the module.
 Ref import_statement(ModuleState& state, const char* statement, Arg name);
 
 }  // namespace search_analytics

@@ -10,6 +10,7 @@
     TEXT(dunder_annotations, "__annotations__") \
     TEXT(dunder_builtins, "__builtins__")       \
     TEXT(dunder_doc, "__doc__")                 \
+    TEXT(dunder_init, "__init__")               \
     TEXT(dunder_module, "__module__")           \
     TEXT(dunder_name, "__name__")               \
     TEXT(dunder_prepare, "__prepare__")         \

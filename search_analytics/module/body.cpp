@@ -57,11 +57,20 @@ void bind_resolution_helpers(ModuleState& state) {
     }
 }
 
-// Keeps the members of a class that Python code could change.
+// Keeps the members of a class that Python code could change, and the code of the functions among
+// them, which could be exchanged inside of them.
 void keep_members(const Ref& bound, Arg object) {
-    if (is_python_class(object)) {
-        set_item(bound, object, copy_of_dict(members_of_class(object)));
+    if (!is_python_class(object)) {
+        return;
     }
+    const Ref members = copy_of_dict(members_of_class(object));
+    set_item(bound, object, members);
+    for_each(items_of_dict(members), [&](PyObject* entry) {
+        const auto [name, member] = as_pair(entry);
+        if (PyObject* code = code_of_function(member)) {
+            set_item(bound, member, code);
+        }
+    });
 }
 
 // Keeps what the body bound, so that a caller's replacement is recognised later: every name, and
@@ -69,7 +78,7 @@ void keep_members(const Ref& bound, Arg object) {
 void remember_originals(ModuleState& state) {
     const Ref bound = copy_of_dict(state.globals());
     for_each(items_of_dict(state.globals()),
-             [&](PyObject* entry) { keep_members(bound, tuple_item(entry, 1)); });
+             [&](PyObject* entry) { keep_members(bound, as_pair(entry).second); });
     // The class of the enumerations decides on what looking a member up means.
     keep_members(bound, type_of(load_global(state, state.names().AggregateBy)));
     // What the tamper test asks, under a name that no global of the module has.

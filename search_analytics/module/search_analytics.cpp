@@ -43,10 +43,10 @@ int execute(PyObject* module) {
         ModuleState& state = whole.common;
         state.module = module;
         state.module_dict = Py_NewRef(PyModule_GetDict(module));
+        state.builtins = Py_XNewRef(PyEval_GetBuiltins());
         state.words.create();
         whole.names.create();
         state.vocabulary = &whole.names;
-        state.statements = new_dict().release();
         create_function_type(state);
         create_generator_type(state);
         show_walk_counts(state);
@@ -57,26 +57,21 @@ int execute(PyObject* module) {
 }
 
 int traverse(PyObject* module, visitproc visit, void* arg) noexcept {
-    Py_VISIT(state_of(module).module_dict);
     return state_of(module).visit([&](PyObject*& field) {
         Py_VISIT(field);
         return 0;
     });
 }
 
-int clear(PyObject* module) noexcept {
-    return state_of(module).visit([](PyObject*& field) {
+void release(void* module) noexcept {
+    WholeState& whole = whole_state_of(static_cast<PyObject*>(module));
+    whole.common.visit([](PyObject*& field) {
         Py_CLEAR(field);
         return 0;
     });
-}
-
-void release(void* module) noexcept {
-    auto* object = static_cast<PyObject*>(module);
-    clear(object);
-    whole_state_of(object).names.destroy();
-    state_of(object).words.destroy();
-    Py_CLEAR(state_of(object).module_dict);
+    whole.common.statements.destroy();
+    whole.names.destroy();
+    whole.common.words.destroy();
 }
 
 PyModuleDef_Slot slots[] = {
@@ -92,7 +87,7 @@ PyModuleDef definition = {
     nullptr,
     slots,
     traverse,
-    clear,
+    nullptr,
     release,
 };
 

@@ -74,8 +74,8 @@ inline PyObject* tuple_item(Arg tuple, Py_ssize_t place) {
     return PyTuple_GET_ITEM(tuple.get(), place);
 }
 
-// The two items of a pair. Python code can reach what holds it, and is not trusted to leave it
-// alone.
+// The two items of a pair. Python code can reach the dictionary or the list that holds it, and is
+// not trusted to leave that alone.
 inline std::pair<Ref, Ref> as_pair(Arg value) {
     if (!is_exact_tuple(value) || tuple_size(value) != 2) [[unlikely]] {
         raise(PyExc_RuntimeError, "a private dictionary was changed");
@@ -123,9 +123,6 @@ inline std::optional<Ref> dict_entry(Arg dict, Arg key) {
     }
     return Ref::share(value);
 }
-
-// What the interpreter has built in under a name, or nothing.
-inline std::optional<Ref> builtin(Arg name) { return dict_entry(PyEval_GetBuiltins(), name); }
 
 // mapping.get(key): a direct look-up for an exact dict, the method of anything else.
 inline Ref get_or_none(Arg mapping, Arg key, PyObject* name_get) {

@@ -29,6 +29,11 @@ inline bool is_python_class(Arg object) {
            PyType_HasFeature(reinterpret_cast<PyTypeObject*>(object.get()), Py_TPFLAGS_HEAPTYPE);
 }
 
+// The code that a function of Python code runs, borrowed; null for any other object.
+inline PyObject* code_of_function(Arg object) {
+    return PyFunction_Check(object.get()) ? PyFunction_GET_CODE(object.get()) : nullptr;
+}
+
 // The version of a class, which is another one after each change of it; 0 where none is known.
 // REQUIRES: a class.
 inline unsigned int class_version(Arg type) {
