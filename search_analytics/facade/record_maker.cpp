@@ -38,7 +38,21 @@ bool is_original_record_class(const ModuleState& state, PyObject* class_name, Ar
 // Whether the class is still the one that was found original, and as it was then.
 bool RecordMaker::knows_class() const {
     return is_original_ && class_version_ != 0 &&
-           class_version_ == compat::class_version(as_type(class_));
+           class_version_ == compat::class_version(as_type(class_)) &&
+           code_of_function(constructor_) == constructor_code_.get();
+}
+
+// Notes the class that was found original, as it is now.
+void RecordMaker::learn_class() {
+    auto constructor = dict_entry(members_of_class(class_), state_.words.dunder_init);
+    PyObject* code = constructor ? code_of_function(*constructor) : nullptr;
+    if (code == nullptr) {
+        class_version_ = 0;
+        return;
+    }
+    class_version_ = compat::class_version(as_type(class_));
+    constructor_ = std::move(*constructor);
+    constructor_code_ = Ref::share(code);
 }
 
 void RecordMaker::prepare() {
@@ -56,7 +70,7 @@ void RecordMaker::prepare() {
     }
     is_original_ = is_original_record_class(state_, class_name_, class_);
     if (is_original_) {
-        class_version_ = compat::class_version(as_type(class_));
+        learn_class();
         no_arguments_ =
             no_arguments_.empty() ? Ref::steal(PyTuple_New(0)) : std::move(no_arguments_);
     }

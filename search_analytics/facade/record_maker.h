@@ -69,6 +69,7 @@ class RecordMaker {
 
    private:
     bool knows_class() const;
+    void learn_class();
 
     const ModuleState& state_;
     PyObject* class_name_;
@@ -78,6 +79,9 @@ class RecordMaker {
     // What the module's namespace and the class were when the answer was found.
     std::uint64_t globals_version_ = 0;
     unsigned int class_version_ = 0;
+    // The class's constructor, and the code that it ran then: exchanging that changes no version.
+    Ref constructor_;
+    Ref constructor_code_;
 };
 
 }  // namespace search_analytics

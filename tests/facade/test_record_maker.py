@@ -102,6 +102,67 @@ def test_a_member_whose_name_is_no_text_changes_no_answer():
         del members[5]
 
 
+@pytest.fixture
+def constructor():
+    """The constructor of a window's record, which is whole again afterwards."""
+    found = WindowStats.__init__
+    before = (found.__code__, found.__defaults__, found.__kwdefaults__)
+    yield found
+    found.__code__, found.__defaults__, found.__kwdefaults__ = before
+
+
+def exchanged_code(constructor):
+    """Return code with the parameters of a constructor that only notes its call."""
+    names = constructor.__code__.co_varnames[: constructor.__code__.co_argcount]
+    cells = constructor.__code__.co_freevars
+    outer = f"{', '.join(cells)} = " + "None, " * len(cells) if cells else "pass"
+    kept = f"({', '.join(cells)},)" if cells else "()"
+    source = (
+        f"def outer():\n    {outer}\n    def __init__({', '.join(names)}):\n"
+        f"        {kept}\n        self.made = __import__('sys')._made\n"
+        "        self.made.append(self)\n    return __init__"
+    )
+    namespace: dict[str, Any] = {}
+    exec(source, namespace)
+    return namespace["outer"]().__code__
+
+
+def test_exchanged_code_of_a_constructor_is_run(monkeypatch, constructor):
+    made: list[Any] = []
+    monkeypatch.setattr(sys, "_made", made, raising=False)
+    first = rows(1)
+    constructor.__code__ = exchanged_code(constructor)
+    rows(1)
+    assert len(made) == 4
+    assert list(vars(made[0])) == ["made"]
+    assert "sharpe" in vars(first[0].windows[0])
+
+
+def test_code_exchanged_between_two_records_is_run(monkeypatch, constructor):
+    made: list[Any] = []
+    monkeypatch.setattr(sys, "_made", made, raising=False)
+
+    class Minimum(int):
+        compared = 0
+
+        def __gt__(self, other):
+            Minimum.compared += 1
+            if Minimum.compared == 3:
+                constructor.__code__ = exchanged_code(constructor)
+            return False
+
+    evaluations = [using(f"f{i}", sharpe=float(i)) for i in range(5)]
+    engine_over(evaluations).get_search_stats(min_sample_size=Minimum(0))
+    assert len(made) == 4 * 3
+
+
+def test_exchanged_defaults_of_a_constructor_serve_who_calls_it(constructor):
+    constructor.__defaults__ = (7,) * len(constructor.__defaults__)
+    constructor.__kwdefaults__ = {"window": 7}
+    assert WindowStats().sharpe == 7
+    assert rows(1)[0].windows[0].sharpe == 0.0
+
+
 def test_rows_are_seen_by_the_collector():
     found = rows()
     assert all(gc.is_tracked(row) and gc.is_tracked(row.windows) for row in found)
