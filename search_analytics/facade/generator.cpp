@@ -21,6 +21,7 @@ struct GeneratorObject {
     int next;      // the step to run next
     bool started;  // a value was asked for
     bool running;  // a step is being worked out
+    bool finished;
     PyObject* weak_references;
 };
 
@@ -28,7 +29,10 @@ GeneratorObject* as_generator(PyObject* object) {
     return reinterpret_cast<GeneratorObject*>(object);
 }
 
-void finish(GeneratorObject* generator) { generator->next = generator->count; }
+void finish(GeneratorObject* generator) {
+    generator->next = generator->count;
+    generator->finished = true;
+}
 
 void require_idle(const GeneratorObject* generator) {
     if (generator->running) {
@@ -55,6 +59,7 @@ std::optional<Ref> advance(GeneratorObject* generator) {
                 generator->step(state_of(generator->module), arguments.get(), generator->next++);
         }
         generator->running = false;
+        generator->finished = !value;
         return value;
     } catch (...) {
         generator->running = false;
@@ -84,42 +89,55 @@ PyObject* send(PyObject* self, PyObject* value) {
     return result;
 }
 
-// Whether a value is an exception of the class `type`, as the interpreter finds out.
-bool is_exception_of(PyObject* type, PyObject* value) {
-    return value != nullptr && PyExceptionInstance_Check(value) &&
-           check_truth(PyObject_IsSubclass(type_of(value), type));
+// From 3.12 on, only an exception alone is thrown without a warning.
+void warn_of_old_signature([[maybe_unused]] PyObject* arguments) {
+#if PY_VERSION_HEX >= 0x030C0000
+    if (tuple_size(arguments) > 1) {
+        check(PyErr_WarnEx(PyExc_DeprecationWarning,
+                           "the (type, exc, tb) signature of throw() is deprecated, "
+                           "use the single-arg signature instead.",
+                           1));
+    }
+#endif
+}
+
+// The exception that throw(type, value, traceback) means, a type that is a class: made if need be,
+// or the error of making it. With the traceback given, and no other.
+Ref made_exception(PyObject* type, PyObject* value, PyObject* traceback) {
+    PyObject* error_type = Py_NewRef(type);
+    PyObject* error = Py_XNewRef(value);
+    PyObject* own_traceback = Py_XNewRef(traceback);
+    PyErr_NormalizeException(&error_type, &error, &own_traceback);
+    const Ref taken_type = Ref::steal(error_type);
+    Ref exception = Ref::steal(error);
+    const Ref shown = own_traceback == nullptr ? Ref::none() : Ref::steal(own_traceback);
+    check(PyException_SetTraceback(exception.get(), shown.get()));
+    return exception;
 }
 
 // The exception object that throw(type, value, traceback) asks for.
 Ref thrown_exception(PyObject* type, PyObject* value, PyObject* traceback) {
-    Ref exception;
+    if (traceback == Py_None) {
+        traceback = nullptr;
+    }
+    if (traceback != nullptr && !PyTraceBack_Check(traceback)) {
+        raise(PyExc_TypeError, "throw() third argument must be a traceback object");
+    }
     if (PyExceptionClass_Check(type)) {
-        if (is_exception_of(type, value)) {
-            exception = Ref::share(value);
-        } else if (value == nullptr || value == Py_None) {
-            exception = call(type);
-        } else if (PyTuple_Check(value)) {
-            exception = Ref::steal(PyObject_CallObject(type, value));
-        } else {
-            exception = call(type, value);
-        }
-    } else if (PyExceptionInstance_Check(type)) {
-        if (value != nullptr && value != Py_None) {
-            raise(PyExc_TypeError, "instance exception may not have a separate value");
-        }
-        exception = Ref::share(type);
-    } else {
+        return made_exception(type, value, traceback);
+    }
+    if (!PyExceptionInstance_Check(type)) {
         raise(PyExc_TypeError,
               format("exceptions must be classes or instances deriving from BaseException, not %s",
                      Py_TYPE(type)->tp_name));
     }
-    if (traceback != nullptr && traceback != Py_None) {
-        if (!PyTraceBack_Check(traceback)) {
-            raise(PyExc_TypeError, "throw() third argument must be a traceback object");
-        }
-        check(PyException_SetTraceback(exception.get(), traceback));
+    if (value != nullptr && value != Py_None) {
+        raise(PyExc_TypeError, "instance exception may not have a separate value");
     }
-    return exception;
+    if (traceback != nullptr) {
+        check(PyException_SetTraceback(type, traceback));
+    }
+    return Ref::share(type);
 }
 
 // No step catches anything: the exception ends the generator and comes straight back.
@@ -131,15 +149,19 @@ PyObject* throw_into(PyObject* self, PyObject* arguments) {
         if (PyArg_UnpackTuple(arguments, "throw", 1, 3, &type, &value, &traceback) == 0) {
             throw ErrorSet();
         }
+        warn_of_old_signature(arguments);
         GeneratorObject* generator = as_generator(self);
         const Ref exception = thrown_exception(type, value, traceback);
         require_idle(generator);
-        const bool was_suspended = generator->next < generator->count;
+        const bool is_inside =
+            !generator->finished && (generator->started || compat::kThrowsIntoFreshGenerators);
         finish(generator);
-        if (was_suspended) {
-            in_body(generator, [&] { raise_object(exception); });
+        // What the caller handles does not become the context.
+        compat::restore_raised_exception(exception.copy().release());
+        if (is_inside) {
+            in_body(generator, [] { throw ErrorSet(); });
         }
-        raise_object(exception);
+        throw ErrorSet();
     });
 }
 

@@ -93,6 +93,22 @@ inline int get_optional_attribute(PyObject* object, PyObject* name, PyObject** r
 #endif
 }
 
+// Whether an error that is thrown into a generator that has not begun is raised inside of it, or
+// before it.
+inline constexpr bool kThrowsIntoFreshGenerators = PY_VERSION_HEX < 0x030C0000;
+
+// What a weak reference refers to, as a new reference, or None. REQUIRES: a weak reference.
+inline PyObject* referent(PyObject* reference) {
+    assert(PyWeakref_Check(reference));
+#if PY_VERSION_HEX >= 0x030D0000
+    PyObject* object = nullptr;
+    PyWeakref_GetRef(reference, &object);
+    return object == nullptr ? Py_NewRef(Py_None) : object;
+#else
+    return Py_NewRef(PyWeakref_GetObject(reference));
+#endif
+}
+
 // Takes the raised exception out of the error indicator, as one normalised object that carries
 // its traceback. REQUIRES: the error indicator is set.
 inline PyObject* take_raised_exception() {
