@@ -35,20 +35,21 @@ class RecursionGuard {
 // The longest parameter list of the module has 18 names.
 constexpr Py_ssize_t kMaximumParameters = 24;
 
-// Lets the interpreter say what is wrong with a call: an ordinary function of the same name and
-// parameters is called with the same arguments, and fails to bind them in its own words.
-[[noreturn]] void raise_binding_error(FunctionObject* function, PyObject* const* arguments,
-                                      std::size_t flagged_count, PyObject* keywords) {
+// Lets the interpreter bind the arguments of a call: an ordinary function of the same name and
+// parameters is called with them. It fails in its own words where they do not fit, and else calls
+// the function.
+Ref call_through_twin(FunctionObject* function, PyObject* const* arguments,
+                      std::size_t flagged_count, PyObject* keywords) {
     const Ref code = function_code(function);
     const Ref twin =
         Ref::steal(PyFunction_NewWithQualName(code.get(), function->globals, function->qualname));
     check(PyFunction_SetDefaults(twin.get(),
                                  function->defaults == nullptr ? Py_None : function->defaults));
-    Ref::steal(PyObject_Vectorcall(twin.get(), arguments, flagged_count, keywords));
-    raise(PyExc_SystemError, "a call that cannot be bound was bound");
+    return Ref::steal(PyObject_Vectorcall(twin.get(), arguments, flagged_count, keywords));
 }
 
-// The position of the parameter that a keyword means, or -1.
+// The position of the parameter that a keyword means, or -1 where none is surely meant: comparing
+// anything but strings runs code, which is left to the interpreter.
 Py_ssize_t parameter_position(PyObject* names, PyObject* keyword) {
     const Py_ssize_t count = PyTuple_GET_SIZE(names);
     for (Py_ssize_t i = 0; i < count; ++i) {
@@ -56,15 +57,16 @@ Py_ssize_t parameter_position(PyObject* names, PyObject* keyword) {
             return i;
         }
     }
-    for (Py_ssize_t i = 0; i < count; ++i) {
-        if (check_truth(PyObject_RichCompareBool(keyword, PyTuple_GET_ITEM(names, i), Py_EQ))) {
+    for (Py_ssize_t i = 0; is_exact_str(keyword) && i < count; ++i) {
+        if (same_text(keyword, PyTuple_GET_ITEM(names, i))) {
             return i;
         }
     }
     return -1;
 }
 
-// Puts every argument into its parameter's place. Returns false where the call does not fit.
+// Puts every argument into its parameter's place. Returns false where the call does not fit, or
+// cannot be told to without running code.
 bool bind_arguments(PyObject* names, PyObject* defaults, PyObject* const* arguments,
                     Py_ssize_t positional, PyObject* keywords, PyObject** bound) {
     const Py_ssize_t count = PyTuple_GET_SIZE(names);
@@ -117,7 +119,7 @@ Ref call_bound(FunctionObject* function, PyObject* const* arguments, std::size_t
     PyObject* bound[kMaximumParameters];
     if (!bind_arguments(function->parameter_names, defaults.get(), arguments, positional, keywords,
                         bound)) {
-        raise_binding_error(function, arguments, flagged_count, keywords);
+        return call_through_twin(function, arguments, flagged_count, keywords);
     }
     const Call call(state_of(function->module), function->parameter_names, bound,
                     function->description->name);

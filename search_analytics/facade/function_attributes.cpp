@@ -1,22 +1,11 @@
 // The functions of the module: their type, and what introspection reads and writes on them.
 #include <cstddef>
-#include <string>
 
 #include "facade/function_object.h"
 #include "python/compat.h"
 #include "python/containers.h"
 
 namespace search_analytics {
-
-Ref function_code(FunctionObject* function) {
-    if (function->code == nullptr) {
-        Ref code = code_object(state_of(function->module),
-                               std::string(function->description->name).c_str(), function->qualname,
-                               function->parameter_names, function->description->is_generator);
-        function->code = code.release();
-    }
-    return Ref::share(function->code);
-}
 
 namespace {
 
@@ -182,12 +171,8 @@ int refuse_assignment(PyObject*, PyObject*, void*) noexcept {
     return -1;
 }
 
-PyObject* get_builtins(PyObject* self, void*) {
-    return at_boundary<PyObject*>(nullptr, [&] {
-        const ModuleState& state = state_of(as_function(self)->module);
-        auto value = dict_entry(state.globals(), state.words.dunder_builtins);
-        return value ? value->release() : Py_NewRef(PyEval_GetBuiltins());
-    });
+PyObject* get_builtins(PyObject* self, void*) noexcept {
+    return Py_NewRef(state_of(as_function(self)->module).builtins);
 }
 
 // isinstance(f, types.FunctionType) holds, since introspection and mocking go by it.

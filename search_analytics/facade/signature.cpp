@@ -73,22 +73,4 @@ Signature read_signature(const ModuleState& state, const FunctionDescription& de
     return signature;
 }
 
-Ref code_object(const ModuleState& state, const char* name, PyObject* qualname,
-                PyObject* parameter_names, bool is_generator) {
-    const Ref empty = Ref::steal(
-        reinterpret_cast<PyObject*>(PyCode_NewEmpty("<kestrune.search_analytics>", name, 1)));
-    const Ref count = new_int(PyTuple_GET_SIZE(parameter_names));
-    const int flags = CO_OPTIMIZED | CO_NEWLOCALS | (is_generator ? CO_GENERATOR : 0);
-    const Ref changes =
-        Ref::steal(Py_BuildValue("{sOsOsOsi}", "co_argcount", count.get(), "co_nlocals",
-                                 count.get(), "co_varnames", parameter_names, "co_flags", flags));
-    const Ref co_qualname = Ref::steal(PyUnicode_InternFromString("co_qualname"));
-    if (optional_attribute(empty, co_qualname)) {
-        set_item(changes, co_qualname, qualname);
-    }
-    const Ref no_arguments = Ref::steal(PyTuple_New(0));
-    const Ref replace = attribute(empty, state.words.replace);
-    return Ref::steal(PyObject_Call(replace.get(), no_arguments.get(), changes.get()));
-}
-
 }  // namespace search_analytics

@@ -53,9 +53,4 @@ struct Signature {
 Signature read_signature(const ModuleState& state, const FunctionDescription& description,
                          bool without_self);
 
-// A code object that tells introspection of such a function: name, parameters, flags. Running it
-// does nothing of use; calls never do.
-Ref code_object(const ModuleState& state, const char* name, PyObject* qualname,
-                PyObject* parameter_names, bool is_generator);
-
 }  // namespace search_analytics
