@@ -6,7 +6,7 @@ from collections import OrderedDict, UserDict
 from types import SimpleNamespace
 
 import pytest
-from differential.traps import assert_same, plain
+from differential.traps import assert_same, call, plain
 from kestrune.search_analytics import _feature_items, _function_items, _usage_items, _usage_value
 from support.environment import failing
 
@@ -229,5 +229,24 @@ def test_names_of_attributes_are_hashed_as_often_as_by_python(name):
             w.module._usage_items(record, attribute, attribute, "function_name")
             for record in records
         ]
+
+    assert_same(build)
+
+
+@pytest.mark.parametrize("operation", ["get_search_stats", "get_correlation_patterns"])
+def test_records_without_items_fall_back_to_their_names(operation):
+    def build(w):
+        records = [plain(i, function_metadata=[], functions=[f"f{i}", "g"]) for i in range(4)]
+        return call(w, records, operation)
+
+    assert_same(build)
+
+
+def test_empty_names_of_records_that_are_read_in_place_make_no_pair():
+    def build(w):
+        items = [{"function_name": name} for name in ("f", "", "g")]
+        return call(
+            w, [plain(i, function_metadata=items) for i in range(4)], "get_correlation_patterns"
+        )
 
     assert_same(build)

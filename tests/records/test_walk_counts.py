@@ -15,7 +15,7 @@ from typing import Any
 
 import pytest
 from kestrune import search_analytics
-from support.parts import pool
+from support.parts import NOW, pool
 from support.records import ATTRIBUTES, HistoryTracker
 
 SearchAnalytics = search_analytics.SearchAnalytics
@@ -228,7 +228,7 @@ def test_a_yield_analysis_asks_for_what_it_hands_on() -> None:
 
 @pytest.mark.skipif(not KNOWS_LAYOUT, reason="nothing is read in place on this version")
 def test_a_kind_that_comes_after_too_many_changes_is_asked() -> None:
-    values = values_of(0, time.time())
+    values = values_of(0, NOW)
     mixed = [(INSTANCE if number % 2 else SLOTS)(**values) for number in range(200)]
     question = Question("get_search_patterns", {}, 1)
     evals = [*mixed, *(DATA(**values) for _ in range(100))]

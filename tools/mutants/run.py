@@ -170,8 +170,6 @@ class Run:
 
     def _killer(self, mutant: Mutant, site: Path) -> str:
         killer = run_tests(mutant.tests, site, mutant.number, LONGEST_HINT) if mutant.tests else ""
-        if os.environ.get("HINTS_ONLY"):
-            return killer
         return killer or run_tests(EVERYTHING, site, mutant.number, LONGEST_RUN)
 
     def check_original(self) -> None:
