@@ -5,6 +5,7 @@ from __future__ import annotations
 import _imp
 import builtins
 import importlib.util
+import sys
 
 import kestrune.search_analytics as search_analytics
 import pytest
@@ -34,6 +35,9 @@ def test_a_missing_name_is_one_whatever_the_caller_has_built_in(monkeypatch, err
         exec("ask()", scope)
 
 
+@pytest.mark.skipif(
+    sys.version_info < (3, 13), reason="import statements need a dictionary before 3.13"
+)
 @pytest.mark.parametrize(
     ("built_in", "ending"),
     [
