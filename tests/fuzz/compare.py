@@ -101,4 +101,5 @@ def _text(w: FuzzWorld, value: Any) -> str:
         return "{" + ", ".join(f"{_text(w, k)}: {_text(w, v)}" for k, v in value.items()) + "}"
     if type(value) in (list, tuple):
         return "[" + ", ".join(_text(w, one) for one in value) + "]"
-    return f"{value!r:.200}"
+    # No addresses.
+    return f"<{type(value).__name__}>" if " object at 0x" in repr(value) else f"{value!r:.200}"

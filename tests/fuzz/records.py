@@ -142,7 +142,7 @@ def record(w: FuzzWorld, cls: type, names: list[str], sides: tuple[str, ...]) ->
     if cls.__name__ == "Slots":
         fields = {name: held for name, held in fields.items() if name in cls.__slots__}  # type: ignore[attr-defined]
     made = w.tag(fill(cls(), fields), "record")
-    w.tell("record", made, cls.__name__, fields)
+    w.tell("record", w.labels.get(id(made), ""), cls.__name__, fields)
     return w.thing("record", made)
 
 

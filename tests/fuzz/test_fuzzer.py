@@ -86,7 +86,7 @@ def test_a_difference_is_shown_with_a_small_program(tmp_path: Path) -> None:
     printed = fuzz("--seed", seed, check=False, **environment)
     assert f"Seed {seed}, under PYTHONHASHSEED=" in printed
     assert "call get_s" in printed
-    assert printed.count("  record <") <= 2
+    assert printed.count("  record ") <= 2
     assert re.search(r"^First difference: \w+", printed, re.MULTILINE)
 
 
@@ -107,9 +107,9 @@ def test_what_ends_a_child_is_reported_with_its_seed(ending: str, tmp_path: Path
 
 
 def test_a_seed_is_the_same_program_each_time() -> None:
-    first, second = (shown(choices_of(17, model), model) for _ in range(2))
-    assert first == second
-    assert first != shown(choices_of(18, model), model)
+    programs = [shown(choices_of(seed, model), model) for seed in range(30)]
+    assert programs == [shown(choices_of(seed, model), model) for seed in range(30)]
+    assert len(set(programs)) == 30
 
 
 def test_choices_are_shrunk_to_those_that_matter() -> None:
