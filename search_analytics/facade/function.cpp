@@ -99,7 +99,7 @@ bool bind_arguments(PyObject* names, PyObject* defaults, PyObject* const* argume
 // Runs the implementation, and shows the function in the traceback of an error.
 Ref run(const FunctionObject* function, const Call& call) {
     const RecursionGuard guard;
-    PyObject* result = at_boundary<PyObject*>(nullptr, [&] {
+    auto* result = at_boundary<PyObject*>(nullptr, [&] {
         // As every function in Python does, for those who call it in a loop: a sort its key, say.
         take_turns_after(kWorkOfStep);
         return function->implementation(call).release();

@@ -54,17 +54,16 @@ Ref frame_of(const ModuleState& state, ShownFunction function) {
 
 void show_in_traceback(const ModuleState& state, ShownFunction function) {
     const Ref error = take_error();
-    try {
+    const bool is_shown = at_boundary(false, [&] {
         const Ref frame = frame_of(state, function);
         compat::restore_raised_exception(error.copy().release());
         check(PyTraceBack_Here(reinterpret_cast<PyFrameObject*>(frame.get())));
-        return;
-    } catch (const ErrorSet&) {
+        return true;
+    });
+    if (!is_shown) {
         forget_error();
-    } catch (const std::bad_alloc&) {
-        // As above: there is no memory for an entry.
+        compat::restore_raised_exception(error.copy().release());
     }
-    compat::restore_raised_exception(error.copy().release());
 }
 
 void leave_generator(const ModuleState& state, ShownFunction function) {
