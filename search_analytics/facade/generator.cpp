@@ -175,7 +175,7 @@ PyObject* close(PyObject* self, PyObject*) {
 
 PyObject* represent(PyObject* self) noexcept {
     return PyUnicode_FromFormat("<generator object %s at %p>",
-                                as_generator(self)->function->name.text.data(), self);
+                                as_generator(self)->function->name.c_str(), self);
 }
 
 int traverse(PyObject* self, visitproc visit, void* arg) noexcept {
@@ -197,7 +197,7 @@ void deallocate(PyObject* self) noexcept {
 }
 
 PyObject* get_name(PyObject* self, void*) noexcept {
-    return PyUnicode_FromString(as_generator(self)->function->name.text.data());
+    return PyUnicode_FromString(as_generator(self)->function->name.c_str());
 }
 
 PyGetSetDef attributes[] = {

@@ -17,11 +17,14 @@ class Call;
 struct PlacedName {
     // NOLINTNEXTLINE(google-explicit-constructor): it is written as a mere text.
     constexpr PlacedName(const char* name,
-                         std::source_location line = std::source_location::current())
+                         std::source_location line = std::source_location::current()) noexcept
         : text(name), place(line) {}
 
     // NOLINTNEXTLINE(google-explicit-constructor)
-    constexpr operator std::string_view() const { return text; }
+    constexpr operator std::string_view() const noexcept { return text; }
+
+    // As the interpreter takes it: the name is a literal, after which a null stands.
+    const char* c_str() const noexcept { return text.data(); }
 
     std::string_view text;
     std::source_location place;

@@ -39,11 +39,11 @@ Ref with_qualname(const ModuleState& state, Ref code, ShownFunction function) {
 Ref frame_of(const ModuleState& state, ShownFunction function) {
     const PlacedName& name = function.name;
     const std::string path = path_in_project(name.place.file_name());
-    const Ref code = with_qualname(
-        state,
-        Ref::steal(reinterpret_cast<PyObject*>(PyCode_NewEmpty(
-            path.c_str(), std::string(name.text).c_str(), static_cast<int>(name.place.line())))),
-        function);
+    const Ref code =
+        with_qualname(state,
+                      Ref::steal(reinterpret_cast<PyObject*>(PyCode_NewEmpty(
+                          path.c_str(), name.c_str(), static_cast<int>(name.place.line())))),
+                      function);
     const Ref no_locals = new_dict();
     return Ref::steal(reinterpret_cast<PyObject*>(
         PyFrame_New(PyThreadState_Get(), reinterpret_cast<PyCodeObject*>(code.get()),
