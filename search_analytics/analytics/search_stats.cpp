@@ -90,8 +90,7 @@ struct Pools {
 class Statistics {
    public:
     Statistics(const Call& call, Arg time_windows)
-        : state_(call.state()),
-          names_(call.names()),
+        : names_(call.names()),
           era_id_(call[names_.era_id]),
           column_(names_, call[names_.pnl_column]),
           now_(current_time(call.state())),
@@ -103,7 +102,7 @@ class Statistics {
           sums_(windows_.size(), pools_.names.size()) {}
 
     // Counts every evaluation into its group, and into each window that it falls into.
-    void count(Arg evals);
+    void count(const ModuleState& state, Arg evals);
 
     const Windows& windows() const { return windows_; }
     const Pools& pools() const { return pools_; }
@@ -111,7 +110,6 @@ class Statistics {
     const GroupTable& groups() const { return key_.groups(); }
 
    private:
-    const ModuleState& state_;
     const Names& names_;
     PyObject* era_id_;
     ColumnStatistics column_;
@@ -127,7 +125,7 @@ class Statistics {
 // What tracebacks show of the function that counts into one window.
 constexpr InnerFunction kCountInto = {"count_into", "SearchAnalytics.get_search_stats.<locals>"};
 
-void Statistics::count(Arg evals) {
+void Statistics::count(const ModuleState& state, Arg evals) {
     Number turnover(names_.turnover);
     Number correlation(names_.correlation);
     Flag passed(names_.passed_thresholds);
@@ -150,7 +148,6 @@ void Statistics::count(Arg evals) {
         measures.set(kCorrelation, copy_of(correlated));
         measures.set_passed(passed(ev));
         sums_are_doubles = sums_are_doubles && measures.are_doubles();
-
         // A failed evaluation may have no correlation at all: test `passed` first.
         for (std::size_t pool = 0; pool < is_submittable.size(); ++pool) {
             const bool is_taken = measures.passed() && pools_.thresholds[pool].exceeds(correlated);
@@ -158,13 +155,16 @@ void Statistics::count(Arg evals) {
         }
         const std::size_t group = key_(ev);
         sums_.count_into(group);
-
         const auto moment = timestamp(ev);
         const auto evaluated_in = era(ev);
         const auto count_into = [&](Windows::Kind kind, auto&& includes) {
             if (const auto place = windows_.place_of(kind); place && includes()) {
-                in_place_of(state_, kCountInto,
-                            [&] { sums_.add(group, *place, measures, is_submittable); });
+                const auto add = [&] { sums_.add(group, *place, measures, is_submittable); };
+                if constexpr (std::is_same_v<decltype(ev), Peeked>) {
+                    add();
+                } else {
+                    in_place_of(state, kCountInto, add);
+                }
             }
         };
         count_into(Windows::kLifetime, [] { return true; });
@@ -344,7 +344,7 @@ Ref get_search_stats(const Call& call) {
         return make_result(call, new_list(), applied, [] { return Py_ssize_t{0}; }, 0);
     }
     Statistics statistics(call, windows);
-    statistics.count(evals);
+    statistics.count(state, evals);
     const Ref rows = shown_rows(call, statistics);
     return make_result(
         call, rows, applied, [&] { return length(evals); }, statistics.groups().size());
