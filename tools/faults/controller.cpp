@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "python/python.h"
+#include "python/turns.h"
 
 // Where the library's code begins and ends, by the linker's own names.
 extern "C" {
@@ -66,16 +67,20 @@ bool is_helper(std::uint32_t return_address) {
 
 Chain chain_from(const Frame* frame) {
     Chain chain = {};
-    for (std::uint32_t& place : chain) {
+    std::size_t length = 0;
+    for (; length < chain.size(); frame = frame->caller) {
         const char* address = frame->return_address;
         if (address < __ehdr_start || address >= etext) {
             break;
         }
-        place = static_cast<std::uint32_t>(address - __ehdr_start);
+        const auto place = static_cast<std::uint32_t>(address - __ehdr_start);
+        // A helper that calls itself is one.
+        if (length == 0 || chain.at(length - 1) != place) {
+            chain.at(length++) = place;
+        }
         if (!is_helper(place)) {
             break;
         }
-        frame = frame->caller;
     }
     return chain;
 }
@@ -112,6 +117,10 @@ void set_error() {
     is_busy = false;
 }
 
+void make_turn_due() {
+    search_analytics::work_since_look = is_watching ? search_analytics::kWorkBetweenLooks : 0;
+}
+
 }  // namespace faults
 
 // What the driver calls. Offsets are counted from the beginning of the library.
@@ -142,11 +151,13 @@ extern "C" {
     faults::fired = 0;
     faults::error_type = error_type;
     faults::is_watching = true;
+    faults::make_turn_due();
 }
 
 // Ends watching and forgets the choices. Returns how many of the chosen calls failed.
 [[gnu::visibility("default")]] std::size_t faults_stop() {
     faults::is_watching = false;
+    faults::make_turn_due();
     faults::choices = {};
     return faults::fired;
 }

@@ -33,7 +33,15 @@ CANNOT_FAIL = {
     *("PyInterpreterState_Get", "PyInterpreterState_Main", "PyModuleDef_Init"),
     *("PyModule_GetDict", "PyModule_GetState", "PyObject_ClearWeakRefs"),
     *("PyObject_GC_IsTracked", "PyObject_GC_Track", "PyObject_GC_UnTrack"),
-    *("PyThread_get_thread_ident", "PyType_IsSubtype", "Py_LeaveRecursiveCall", "_Py_Dealloc"),
+    *(
+        "PyThread_get_thread_ident",
+        "PyThreadState_EnterTracing",
+        "PyThreadState_Get",
+        "PyThreadState_LeaveTracing",
+        "PyType_IsSubtype",
+        "Py_LeaveRecursiveCall",
+        "_Py_Dealloc",
+    ),
     # Where the keys of a class fail to compare, it finds nothing, and so does the interpreter.
     "_PyType_Lookup",
     # It is given an int, and strings that can be read as they are.
@@ -81,8 +89,12 @@ class Site:
     @property
     def key(self) -> str:
         """What the list of unreachable sites calls it: no line number."""
-        way = " in ".join((self.fails, *self.way))
-        return f"{self.file} | {way} | {self.text}"
+        return f"{self.file} | {self.whole_way} | {self.text}"
+
+    @property
+    def whole_way(self) -> str:
+        """What fails, and the helpers on the way outwards."""
+        return " in ".join((self.fails, *self.way))
 
 
 def _run(*command: str, given: str = "") -> list[str]:
@@ -103,10 +115,16 @@ def _functions(library: Path) -> dict[str, Function]:
     for function, name in zip(found.values(), names, strict=True):
         function.name = name
         function.file, function.line = places[function.begin]
-        function.is_helper = (
-            SOURCES not in function.file.parents or HELPERS in function.file.parents
-        )
+        function.is_helper = is_helper(function.file)
     return found
+
+
+def is_helper(file: Path) -> bool:
+    """Whether calls in a file are those of its callers: helpers of ours, and what is not ours.
+
+    A turn of the others is something of its own, that fails as a whole for those who call it.
+    """
+    return SOURCES not in file.parents or (HELPERS in file.parents and file.name != "turns.cpp")
 
 
 def _places(library: Path, addresses: Iterable[int]) -> dict[int, tuple[Path, int]]:
@@ -154,9 +172,9 @@ class Listing:
         self._numbers = self._number_calls()
         self.sites: dict[Chain, Site] = {}
         for callee in sorted(self._callers):
-            if callee.startswith("__wrap_") and not callee.startswith("__wrap__Zd"):
+            if callee.startswith("__wrap_") and not re.match(r"__wrap_(_Zd|_ZNSt)", callee):
                 for chain, way in self._chains(callee, (), ()):
-                    self.sites[chain] = self._site(callee.removeprefix("__wrap_"), chain, way)
+                    self.sites[chain] = self._site(callee, chain, way)
 
     @property
     def helpers(self) -> list[int]:
@@ -213,18 +231,28 @@ class Listing:
             numbers[call.behind] = met[key]
         return numbers
 
-    def _site(self, fails: str, chain: Chain, way: tuple[Call, ...]) -> Site:
+    def _site(self, callee: str, chain: Chain, way: tuple[Call, ...]) -> Site:
+        fails = _WORDS.get(callee, callee.removeprefix("__wrap_"))
         file, line = self._places[chain[-1] - 1]
         function = self.functions[way[-1].caller]
         # Which templates of the C++ library lie between is its own affair.
         helpers = [
             _plain(self.functions[call.caller].name)
             for call in way[:-1]
-            if HELPERS in self.functions[call.caller].file.parents
+            if SOURCES in self.functions[call.caller].file.parents
         ]
         name = str(file.relative_to(SOURCES)) if SOURCES in file.parents else str(file)
         number = self._numbers[chain[-1]]
         return Site(name, line, number, tuple(helpers), fails, function.name, _text(file, line))
+
+
+# What fails that is no function of the interpreter.
+_WORDS = {
+    "__wrap__Znwm": "operator new",
+    "__wrap__ZnwmRKSt9nothrow_t": "operator new",
+    "__wrap__Znam": "operator new[]",
+    "__wrap__ZN16search_analytics19take_turns_by_clockEv": "take_turns_by_clock",
+}
 
 
 def _plain(name: str) -> str:

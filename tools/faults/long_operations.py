@@ -1,5 +1,5 @@
-"""Operations over long inputs, where signals are looked for on the way, and on the module's own
-objects: functions, generators, and the module while it is imported.
+"""Operations over long inputs, and on the module's own objects: functions, generators, and the
+module while it is imported.
 """
 
 from __future__ import annotations
@@ -11,26 +11,27 @@ import importlib.util
 import shutil
 import sys
 import tempfile
+import threading
 from collections.abc import Callable
 from pathlib import Path
 from types import SimpleNamespace
 from typing import Any
 
 import kestrune.search_analytics as search_analytics
-from kestrune.search_analytics import AggregateBy
+from kestrune.search_analytics import AggregateBy, TimeWindow
 from odd_objects import OddText, Plain, reluctant
 from operations import MODULE, bent, copy_of_module
 from support.environment import failing, raw_pool
 from support.operations import walk
-from support.parts import evaluation, function_item, pool, using
+from support.parts import NOW, evaluation, function_item, pool, using
 
 Call = Callable[[], Any]
 
-LONG = 1030
-"""More items than are handled between two looks for signals."""
+LONG = 150
+"""More items, names, kinds of key than are kept in any table of fixed size."""
 
-WIDE = 260
-"""More names than a record may have to be peeked at; their pairs take long."""
+WIDE = 140
+"""More names than a record may have to be peeked at; their pairs are many."""
 
 
 def simple(call: Call) -> Callable[[], Call]:
@@ -228,17 +229,45 @@ FUNCTIONS: dict[str, Callable[[], Call]] = {
 }
 
 
-def imported() -> Call:
-    """Import a copy of the module, as the first one of its interpreter."""
+def forget(name: str) -> Any:
+    """Take away what the module keeps for its interpreter under a name."""
     python = ctypes.pythonapi
     python.PyInterpreterState_GetDict.restype = ctypes.c_void_p
     python.PyInterpreterState_GetDict.argtypes = [ctypes.c_void_p]
     python.PyInterpreterState_Get.restype = ctypes.c_void_p
     borrowed = python.PyInterpreterState_GetDict(python.PyInterpreterState_Get())
-    notices = ctypes.cast(borrowed, ctypes.py_object).value
-    notice = notices.pop(f"{MODULE}.note_interpreter_end", None)
-    atexit.unregister(notice)
+    kept = ctypes.cast(borrowed, ctypes.py_object).value
+    return kept.pop(f"{MODULE}.{name}", None)
+
+
+def imported() -> Call:
+    """Import a copy of the module, as the first one of its interpreter."""
+    atexit.unregister(forget("note_interpreter_end"))
     return lambda: list(vars(copy_of_module()))
+
+
+def recent(history: Any) -> Any:
+    """Those of the last day in a history that is only an iterator."""
+    return over([])._filter_by_time_window(history, TimeWindow.LAST_24H, None, NOW)
+
+
+def first_turn() -> Call:
+    """Walk records where nobody has had a turn yet."""
+    forget("idle_code")
+    return lambda: len(recent(iter([RECORD])))
+
+
+def interrupted_turn() -> Call:
+    """Walk records while another thread lets this one raise an error."""
+    interrupt = ctypes.pythonapi.PyThreadState_SetAsyncExc
+    interrupt.argtypes = [ctypes.c_ulong, ctypes.py_object]
+    return lambda: recent(map(interrupt, [threading.get_ident()], [KeyError]))
+
+
+TURNS: dict[str, Callable[[], Call]] = {
+    "first": first_turn,
+    "interrupted": interrupted_turn,
+}
 
 
 def imported_alone(decorator: Any = dataclasses.dataclass) -> Call:

@@ -369,6 +369,6 @@ CLIENTS: dict[str, Callable[[Client], None]] = {
         client.run_search("tracker"), "_stopped", []
     ),
     "many searches": lambda client: setattr(
-        client.templates, "_active_handles", [SimpleNamespace(_stopped=True)] * 1030
+        client.templates, "_active_handles", [SimpleNamespace(_stopped=True)] * 20
     ),
 }

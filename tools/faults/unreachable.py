@@ -24,7 +24,7 @@ class Rule:
     def matches(self, site: Site) -> bool:
         """Whether the rule is about this site."""
         return (
-            fnmatchcase(" in ".join((site.fails, *site.way)), self.way)
+            fnmatchcase(site.whole_way, self.way)
             and fnmatchcase(site.file, self.file)
             and self.text in site.text
         )
@@ -52,13 +52,13 @@ RULES = [
             *("(measured, ", "(snapshot, "),
         )
     ),
-    Rule(ROOM, "_Znwm in Keywords::add", file="e*"),
-    Rule(ROOM, "_Znwm in Keywords::add", file="facade/*"),
-    Rule(ROOM, "_Znwm in Keywords::add in Keywords::add"),
-    Rule(ROOM, "_Znwm", file="engine/statistic.cpp", text="entries.push_back("),
-    Rule(ROOM, "_Znwm", file="module/vocabulary.cpp", text='members.emplace_back("NONE"'),
-    Rule(ROOM, "_Znwm", file="tables/pair_table.cpp", text="ranking.resize(count)"),
-    Rule(ROOM, "_Znwm", file="facade/signature.cpp", text="PyLong_FromString("),
+    Rule(ROOM, "operator new in Keywords::add", file="e*"),
+    Rule(ROOM, "operator new in Keywords::add", file="facade/*"),
+    Rule(ROOM, "operator new in Keywords::add in Keywords::add"),
+    Rule(ROOM, "operator new", file="engine/statistic.cpp", text="entries.push_back("),
+    Rule(ROOM, "operator new", file="module/vocabulary.cpp", text='members.emplace_back("NONE"'),
+    Rule(ROOM, "operator new", file="tables/pair_table.cpp", text="ranking.resize(count)"),
+    Rule(ROOM, "operator new", file="facade/signature.cpp", text="PyLong_FromString("),
     Rule(INSTANCE, "PyObject_CallNoArgs in raise_object* in rethrow_from_generator*"),
     Rule(INSTANCE, "PyErr_SetString in raise* in rethrow_from_generator*"),
     Rule(EXACT_TEXTS, "PyUnicode_RichCompare in comparison in compare in equal"),
@@ -72,5 +72,5 @@ RULES = [
     Rule(OWN_COUNTS, "PyTuple_Pack in tuple_of", text="raise(PyExc_KeyError, tuple_of(key))"),
     *(Rule(GUARD, way, text="PyExc_SystemError") for way in ("* in raise", "* in format")),
     Rule(LISTS, "PyObject_IsTrue in truth in compare in equal", text="equal(list_of(annotations)"),
-    Rule(COMPILER, "_Znam"),
+    Rule(COMPILER, "operator new[[]]"),
 ]

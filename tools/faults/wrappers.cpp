@@ -1,6 +1,7 @@
 // A wrapper in front of every function that can fail and that the module calls: the linker puts
 // `__wrap_name` in its place (CMakeLists.txt reads the names from here). A call that was chosen
 // does nothing, and fails as the function itself would.
+#include <chrono>
 #include <cstdarg>
 #include <cstddef>
 #include <new>
@@ -8,6 +9,7 @@
 
 #include "controller.h"
 #include "python/compat.h"
+#include "python/error.h"
 
 namespace {
 
@@ -271,6 +273,25 @@ extern "C" int __wrap_PyArg_UnpackTuple(PyObject* tuple, const char* name, Py_ss
     va_end(values);
     return __real_PyArg_UnpackTuple(tuple, name, least, most, places[0], places[1], places[2],
                                     places[3]);
+}
+
+// A turn of the others, which may bring any error. While calls are watched, each turn is due at
+// once, and the clock goes on by ten milliseconds at each look: all runs take the same turns.
+extern "C" bool __real__ZN16search_analytics19take_turns_by_clockEv();
+extern "C" bool __wrap__ZN16search_analytics19take_turns_by_clockEv() {
+    if (faults::is_chosen(__builtin_frame_address(0))) {
+        faults::set_error();
+        throw search_analytics::ErrorSet();
+    }
+    const bool had_turn = __real__ZN16search_analytics19take_turns_by_clockEv();
+    faults::make_turn_due();
+    return had_turn;
+}
+
+extern "C" std::chrono::steady_clock::time_point __real__ZNSt6chrono3_V212steady_clock3nowEv();
+extern "C" std::chrono::steady_clock::time_point __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
+    static auto moment = __real__ZNSt6chrono3_V212steady_clock3nowEv();
+    return moment += std::chrono::milliseconds(10);
 }
 
 // Memory for C++. What is still in use is counted.
