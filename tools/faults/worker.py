@@ -13,7 +13,6 @@ import sys
 from array import array
 from base64 import b64decode, b64encode
 from collections.abc import Iterable, Iterator
-from itertools import pairwise
 from typing import Any
 
 import kestrune.search_analytics as search_analytics
@@ -27,8 +26,11 @@ TIMES = (1, 2)
 # Seconds after which a call hangs; that ends the process, as a crash does.
 PATIENCE = 300
 
-# How often a round of trials is run, to see what grows in each.
+# How often all trials of an operation are run again, to see what grows each time; and how often,
+# and in how many rounds, one that is suspected is, until what the interpreter keeps has settled.
 ROUNDS = 4
+SURE_ROUNDS = 12
+SURE_REPETITIONS = 40
 
 ERRORS = {"Injected": Injected, "MemoryError": MemoryError}
 
@@ -138,34 +140,34 @@ class Worker:
         """Run all trials again and again; if what is in use grows each time, find out by which."""
         if self.grows(scenario, tried, 1):
             for trial in tried:
-                found = self.grows(scenario, [trial], 8)
+                found = self.grows(scenario, [trial], SURE_REPETITIONS)
                 if found:
                     tell("problem", trial, f"left behind: {found}")
 
     def grows(self, scenario: Scenario, tried: list[Trial], repetitions: int) -> str:
         """What every round of these trials leaves behind, beyond what the scenario itself may."""
         objects = tracked()
-        # Rows that are there before anything is counted: counting is not to be counted.
-        samples = [array("q", bytes(8 * (len(objects) + 2))) for _ in range(ROUNDS + 1)]
-        for number, sample in enumerate(samples):
-            if number > 0:
-                for trial in tried:
-                    tell("trying", trial)
-                    for _ in range(repetitions):
-                        self.run(scenario, trial)
-            self.fill_in_use(sample, objects)
-        gains = [
-            min(after - before for before, after in pairwise(column))
-            for column in zip(*samples[1:], strict=True)
-        ]
-        least = repetitions if len(tried) == 1 else 1
-        bounds = [max(least, repetitions * len(tried) * scenario.allowed), *[least] * len(gains)]
         names = ["blocks", "C++ blocks", *(f"references to {o!r:.60}" for o in objects)]
-        return ", ".join(
-            f"{gain} {name}"
-            for gain, bound, name in zip(gains, bounds, names, strict=False)
-            if gain >= bound
-        )
+        bounds = [repetitions if len(tried) == 1 else 1] * len(names)
+        bounds[0] = max(bounds[0], int(repetitions * len(tried) * scenario.allowed))
+        # Rows that are there before anything is counted: counting is not to be counted.
+        before, after = (array("q", bytes(8 * len(names))) for _ in range(2))
+        least = array("q", [sys.maxsize] * len(names))
+        for number in range(ROUNDS if len(tried) > 1 else SURE_ROUNDS):
+            self.fill_in_use(before, objects)
+            for trial in tried:
+                tell("trying", trial)
+                for _ in range(repetitions):
+                    self.run(scenario, trial)
+            self.fill_in_use(after, objects)
+            for place in range(len(names)):
+                # The first round fills what is made once.
+                if number > 0:
+                    least[place] = min(least[place], after[place] - before[place])
+            if number > 0 and all(map(int.__lt__, least, bounds)):
+                return ""
+        found = zip(least, bounds, names, strict=True)
+        return ", ".join(f"{gain} {name}" for gain, bound, name in found if gain >= bound)
 
     def fill_in_use(self, sample: array[int], objects: list[Any]) -> None:
         """Count blocks of memory and references to objects, without garbage."""
