@@ -59,7 +59,7 @@ int set_typed(PyObject* self, PyObject* value, void* closure) noexcept {
 Ref worked_out_annotations(Arg annotate) {
     Ref annotations = call(annotate, new_int(1));
     if (!PyDict_Check(annotations.get())) {
-        raise(PyExc_TypeError, format("__annotate__() must return a dict, not %s",
+        raise(PyExc_TypeError, format("__annotate__ returned non-dict of type '%s'",
                                       Py_TYPE(annotations.get())->tp_name));
     }
     return annotations;
@@ -246,9 +246,8 @@ constexpr void* closure_of(const TypedField& typed) noexcept {
 
 PyGetSetDef module_name_attribute = {"__module__", get_module_name, set_module_name, nullptr,
                                      nullptr};
-PyGetSetDef type_parameters_attribute = {"__type_params__", get_typed, set_typed, nullptr,
-                                         closure_of(kTypeParameters)};
-PyGetSetDef annotate_attribute = {"__annotate__", get_annotate, set_annotate, nullptr, nullptr};
+
+constexpr PyGetSetDef kNoMore = {nullptr, nullptr, nullptr, nullptr, nullptr};
 
 PyGetSetDef attributes[] = {
     {"__name__", get_typed, set_typed, nullptr, closure_of(kName)},
@@ -261,7 +260,13 @@ PyGetSetDef attributes[] = {
     {"__builtins__", get_builtins, refuse_assignment, nullptr, nullptr},
     {"__class__", get_class, nullptr, nullptr, nullptr},
     {"__dict__", PyObject_GenericGetDict, PyObject_GenericSetDict, nullptr, nullptr},
-    {nullptr, nullptr, nullptr, nullptr, nullptr},
+    // These came with later versions: an earlier one takes the list to end here.
+    compat::kHasTypeParameters
+        ? PyGetSetDef{"__type_params__", get_typed, set_typed, nullptr, closure_of(kTypeParameters)}
+        : kNoMore,
+    compat::kHasAnnotate ? PyGetSetDef{"__annotate__", get_annotate, set_annotate, nullptr, nullptr}
+                         : kNoMore,
+    kNoMore,
 };
 
 PyMemberDef members[] = {
@@ -302,24 +307,14 @@ PyType_Spec spec = {
     slots,
 };
 
-void add_attribute(const Ref& type, PyGetSetDef& attribute) {
-    const Ref descriptor =
-        Ref::steal(PyDescr_NewGetSet(reinterpret_cast<PyTypeObject*>(type.get()), &attribute));
-    set_attribute(type, new_str(attribute.name), descriptor);
-}
-
 }  // namespace
 
 void create_function_type(ModuleState& state) {
     Ref type = Ref::steal(PyType_FromModuleAndSpec(state.module, &spec, nullptr));
     // The name of the type's own module hides a `__module__` among the attributes above.
-    add_attribute(type, module_name_attribute);
-    if (compat::kHasTypeParameters) {
-        add_attribute(type, type_parameters_attribute);
-    }
-    if (compat::kHasAnnotate) {
-        add_attribute(type, annotate_attribute);
-    }
+    const Ref module_name = Ref::steal(
+        PyDescr_NewGetSet(reinterpret_cast<PyTypeObject*>(type.get()), &module_name_attribute));
+    set_attribute(type, state.words.dunder_module, module_name);
     // Errors speak of a 'function' object.
     set_attribute(type, state.words.dunder_name, state.words.function);
     state.function_type = type.release();

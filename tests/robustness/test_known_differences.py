@@ -180,6 +180,13 @@ def test_classes_note_no_first_line():
     assert not hasattr(search_analytics.SearchAnalytics, "__firstlineno__")
 
 
+@pytest.mark.skipif(sys.version_info < (3, 14), reason="classes have their annotations only")
+def test_classes_do_not_say_how_annotations_are_worked_out():
+    assert callable(model.WindowStats.__annotate__)
+    assert search_analytics.WindowStats.__annotate__ is None
+    assert search_analytics.WindowStats.__annotations__ == model.WindowStats.__annotations__
+
+
 class LoggingName(str):
     """A name that notes each comparison."""
 
