@@ -60,9 +60,8 @@ struct ModuleState {
     // them, for the collector's traversal and for the end.
     template <typename Each>
     int visit(Each&& each) {
-        for (PyObject** field :
-             {&function_type, &generator_type, &bound, &bound_methods, &stand_ins, &builtins,
-              &module_dict}) {
+        for (PyObject** field : {&function_type, &generator_type, &bound, &bound_methods,
+                                 &stand_ins, &builtins, &module_dict}) {
             if (const int stop = each(*field); stop != 0) {
                 return stop;
             }

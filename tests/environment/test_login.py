@@ -255,7 +255,8 @@ def test_the_cause_keeps_its_traceback(client):
 
     client.onboarding._auth_manager = SimpleNamespace(get_token=fetch)
     cause = refusal(client).__cause__
-    assert [frame.name for frame in traceback.extract_tb(cause.__traceback__)] == ["fetch"]
+    names = [frame.name for frame in traceback.extract_tb(cause.__traceback__)]
+    assert names == ["_require_registered_or_logged_in", "fetch"]
 
 
 def test_what_was_refused_is_no_context_of_what_fails_later(client):

@@ -26,7 +26,7 @@ def test_what_a_freed_function_held_is_freed():
                     lambdas = [
                         each
                         for each in gc.get_objects()
-                        if type(each) is kind and each.__qualname__ == "<lambda>"
+                        if type(each) is kind and each.__name__ == "<lambda>"
                         and each.__code__.co_varnames == ("row",)
                     ]
                     (key,) = lambdas

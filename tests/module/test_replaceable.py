@@ -359,8 +359,8 @@ def test_a_name_that_is_gone_is_looked_for_among_the_builtins(monkeypatch, now):
         engine_over([evaluation()]).get_search_stats(min_sample_size=0)
 
 
-def test_functions_have_the_builtins_of_their_namespace(monkeypatch):
+def test_functions_keep_the_builtins_that_they_were_made_with(monkeypatch):
     function = search_analytics.get_search_stats
     assert function.__builtins__ is vars(builtins)
     monkeypatch.setitem(vars(search_analytics), "__builtins__", {"len": len})
-    assert function.__builtins__ == {"len": len}
+    assert function.__builtins__ is vars(builtins)

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import sys
 import threading
+import time
 from collections.abc import Callable, Iterator
 from typing import Any
 
@@ -12,6 +13,8 @@ from support.children import run_child
 from support.operations import WALKS, walk
 from support.parts import engine_over, evaluation
 
+# The few lines of Python around a call let another thread run less often than this.
+ONLY_INSIDE = 5
 # Long enough for many turns, which come every millisecond.
 LONG = 100_000
 
@@ -30,20 +33,30 @@ def impatient_threads() -> Iterator[None]:
     sys.setswitchinterval(before)
 
 
-def beside(work: Callable[[], None], call: Callable[[], object]) -> None:
-    """Call while another thread does some work again and again."""
-    started, over = threading.Event(), False
+class Opener:
+    """The first record, which tells that the call has begun to read."""
+
+    def __init__(self, tell: Callable[[], None]) -> None:
+        self._tell = tell
+
+    def __getattr__(self, name: str) -> Any:
+        self._tell()
+        return getattr(evaluation(), name)
+
+
+def seen_beside(call: Callable[[], bool], look: Callable[[], None]) -> bool:
+    """Call until that says that another thread has seen what it looks for, at most 50 times."""
+    over = False
 
     def run() -> None:
         while not over:
-            work()
-            started.set()
+            look()
+            time.sleep(0)  # hands the lock over
 
     thread = threading.Thread(target=run)
     thread.start()
     try:
-        started.wait(60)
-        call()
+        return any(call() for _ in range(50))
     finally:
         over = True
         thread.join(60)
@@ -52,44 +65,56 @@ def beside(work: Callable[[], None], call: Callable[[], object]) -> None:
 @pytest.mark.usefixtures("impatient_threads")
 @pytest.mark.parametrize("name", WALKS)
 def test_another_thread_runs_during_a_long_call(name: str, long_history: list[Any]) -> None:
-    # Velocity reads so little of a record that it takes more of them to be long.
-    times = 20 if name == "get_search_velocity" else 1
-    engine, inside, seen = engine_over(long_history * times), False, 0
+    inside, count = False, 0
 
-    def look() -> None:
-        nonlocal seen
-        seen += inside
-
-    def call() -> None:
+    def begin() -> None:
         nonlocal inside
         inside = True
+
+    def look() -> None:
+        nonlocal count
+        count += inside
+
+    # Velocity reads so little of a record that it takes more of them to be long.
+    times = 20 if name == "get_search_velocity" else 1
+    engine = engine_over([Opener(begin), *long_history * times])
+
+    def call() -> bool:
+        nonlocal inside, count
+        count = 0
         walk(engine, name)
         inside = False
+        return count >= ONLY_INSIDE
 
-    beside(look, call)
-    assert seen > 0
+    assert seen_beside(call, look)
 
 
 @pytest.mark.usefixtures("impatient_threads")
 def test_what_another_thread_changes_counts_for_the_records_that_follow(
     long_history: list[Any],
 ) -> None:
-    long_history += [evaluation(passed_thresholds=False)]
-    last = long_history[-1]
-    engine, inside = engine_over(long_history), False
+    inside, count, last = False, 0, evaluation(passed_thresholds=False)
 
-    def change() -> None:
-        if inside:
-            last.passed_thresholds = True
-
-    def call() -> None:
+    def begin() -> None:
         nonlocal inside
         inside = True
+
+    def change() -> None:
+        nonlocal count
+        count += inside
+        last.passed_thresholds = count >= ONLY_INSIDE
+
+    history = [Opener(begin), *long_history, last]
+    engine = engine_over(history)
+
+    def call() -> bool:
+        nonlocal inside, count
+        count, last.passed_thresholds = 0, False
         result = engine.get_search_patterns()
         inside = False
-        assert result.total_passed == LONG + 1
+        return result.total_passed == len(history)
 
-    beside(change, call)
+    assert seen_beside(call, change)
 
 
 def test_an_exception_that_another_thread_sends_arrives() -> None:
