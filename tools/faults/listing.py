@@ -28,7 +28,14 @@ Chain = tuple[int, ...]
 CANNOT_FAIL = {
     *("PyCallable_Check", "PyErr_Clear", "PyErr_ExceptionMatches", "PyErr_Fetch"),
     *("PyErr_GetExcInfo", "PyErr_GetRaisedException", "PyErr_NoMemory", "PyErr_Occurred"),
-    *("PyErr_Restore", "PyErr_SetExcInfo", "PyErr_SetRaisedException", "PyEval_GetBuiltins"),
+    *(
+        "PyErr_Restore",
+        "PyErr_SetExcInfo",
+        "PyErr_SetRaisedException",
+        "PyEval_GetBuiltins",
+        "PyEval_GetFrame",
+        "PyFrame_GetCode",
+    ),
     *("PyException_GetTraceback", "PyException_SetCause", "PyException_SetTraceback"),
     *("PyInterpreterState_Get", "PyInterpreterState_Main", "PyModuleDef_Init"),
     *("PyModule_GetDict", "PyModule_GetState", "PyObject_ClearWeakRefs"),

@@ -129,7 +129,13 @@ FAULTS_3(PyObject_SetItem)
 FAULTS_3(PySlice_New)
 FAULTS_3(PyType_FromModuleAndSpec)
 FAULTS_3(PyUnicode_RichCompare)
+FAULTS_1(PyTraceBack_Here)
+FAULTS_2(PyCapsule_GetPointer)
+FAULTS_2(PyObject_IsSubclass)
 FAULTS_2(PyUnicode_FromStringAndSize)
+FAULTS_3(PyCapsule_New)
+FAULTS_3(PyObject_SetAttrString)
+FAULTS_4(PyFrame_New)
 FAULTS_4(PyCMethod_New)
 FAULTS_4(PyObject_Vectorcall)
 FAULTS_4(PyObject_VectorcallMethod)
@@ -195,6 +201,17 @@ extern "C" PyObject* __wrap_PyUnicode_FromFormat(const char* format, ...) {
     PyObject* text = PyUnicode_FromFormatV(format, values);
     va_end(values);
     return text;
+}
+
+extern "C" PyObject* __wrap_PyErr_Format(PyObject* type, const char* format, ...) {
+    if (faults::is_chosen(__builtin_frame_address(0))) {
+        return failed<PyObject*>();
+    }
+    va_list values;
+    va_start(values, format);
+    PyErr_FormatV(type, format, values);
+    va_end(values);
+    return nullptr;
 }
 
 extern "C" decltype(PyTuple_New) __real_PyTuple_New;
