@@ -33,7 +33,6 @@ class Rule:
 IN_RANGE = "the place is below the size that was just read"
 OWN_LIST = "an exact list of the module's own is walked by index"
 ROOM = "room was made before, or is there already"
-INSTANCE = "what is raised is an instance of RuntimeError"
 EXACT_TEXTS = "two exact strings were compared before this"
 NO_TEXTS = "one side is a number"
 FEW = "records that are there are fewer than 2**53"
@@ -59,8 +58,6 @@ RULES = [
     Rule(ROOM, "operator new", file="module/vocabulary.cpp", text='members.emplace_back("NONE"'),
     Rule(ROOM, "operator new", file="tables/pair_table.cpp", text="ranking.resize(count)"),
     Rule(ROOM, "operator new", file="facade/signature.cpp", text="PyLong_FromString("),
-    Rule(INSTANCE, "PyObject_CallNoArgs in raise_object* in rethrow_from_generator*"),
-    Rule(INSTANCE, "PyErr_SetString in raise* in rethrow_from_generator*"),
     Rule(EXACT_TEXTS, "PyUnicode_RichCompare in comparison in compare in equal"),
     *(
         Rule(NO_TEXTS, "PyUnicode_RichCompare in comparison*", text=text)
