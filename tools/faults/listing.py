@@ -26,29 +26,18 @@ Chain = tuple[int, ...]
 
 # Functions of the interpreter that cannot fail, or not for what the module hands them.
 CANNOT_FAIL = {
-    *("PyCallable_Check", "PyErr_Clear", "PyErr_ExceptionMatches", "PyErr_Fetch"),
-    *("PyErr_GetExcInfo", "PyErr_GetRaisedException", "PyErr_NoMemory", "PyErr_Occurred"),
-    *(
-        "PyErr_Restore",
-        "PyErr_SetExcInfo",
-        "PyErr_SetRaisedException",
-        "PyEval_GetBuiltins",
-        "PyEval_GetFrame",
-        "PyFrame_GetCode",
-    ),
-    *("PyException_GetTraceback", "PyException_SetCause", "PyException_SetTraceback"),
-    *("PyInterpreterState_Get", "PyInterpreterState_Main", "PyModuleDef_Init"),
-    *("PyModule_GetDict", "PyModule_GetState", "PyObject_ClearWeakRefs"),
+    *("PyCallable_Check", "PyCapsule_GetPointer", "PyErr_Clear", "PyErr_ExceptionMatches"),
+    *("PyErr_Fetch", "PyErr_GetExcInfo", "PyErr_GetRaisedException", "PyErr_NoMemory"),
+    *("PyErr_Occurred", "PyErr_Restore", "PyErr_SetExcInfo", "PyErr_SetRaisedException"),
+    *("PyEval_GetBuiltins", "PyEval_GetFrame", "PyException_GetTraceback"),
+    *("PyException_SetCause", "PyException_SetTraceback", "PyFrame_GetCode"),
+    *("PyGILState_GetThisThreadState", "PyInterpreterState_Get", "PyInterpreterState_Main"),
+    *("PyModuleDef_Init", "PyModule_GetDict", "PyModule_GetState", "PyObject_ClearWeakRefs"),
     *("PyObject_GC_IsTracked", "PyObject_GC_Track", "PyObject_GC_UnTrack"),
-    *(
-        "PyThread_get_thread_ident",
-        "PyThreadState_EnterTracing",
-        "PyThreadState_Get",
-        "PyThreadState_LeaveTracing",
-        "PyType_IsSubtype",
-        "Py_LeaveRecursiveCall",
-        "_Py_Dealloc",
-    ),
+    *("PyThreadState_EnterTracing", "PyThreadState_Get", "PyThreadState_GetUnchecked"),
+    *("PyThreadState_LeaveTracing", "PyThread_get_thread_ident", "PyType_IsSubtype"),
+    *("PyWeakref_GetObject", "Py_IsFinalizing", "Py_LeaveRecursiveCall"),
+    *("_PyThreadState_UncheckedGet", "_Py_Dealloc", "_Py_IsFinalizing"),
     # Where the keys of a class fail to compare, it finds nothing, and so does the interpreter.
     "_PyType_Lookup",
     # It is given an int, and strings that can be read as they are.

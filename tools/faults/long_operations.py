@@ -4,9 +4,13 @@ module while it is imported.
 
 from __future__ import annotations
 
+import _imp
 import atexit
+import builtins
+import cProfile
 import ctypes
 import dataclasses
+import gc
 import importlib.util
 import shutil
 import sys
@@ -14,7 +18,7 @@ import tempfile
 import threading
 from collections.abc import Callable
 from pathlib import Path
-from types import SimpleNamespace
+from types import FunctionType, SimpleNamespace
 from typing import Any
 
 import kestrune.search_analytics as search_analytics
@@ -215,6 +219,48 @@ def forget_annotations(function: Any) -> Any:
     return function.__annotations__
 
 
+def profiled(use: Callable[[Any], Any]) -> Callable[[], Call]:
+    """A use of a module of its own under a profiler in C."""
+
+    def build() -> Call:
+        module = copy_of_module()
+        profile = cProfile.Profile()
+
+        def watched() -> Any:
+            profile.enable()
+            try:
+                return use(module)
+            finally:
+                profile.disable()
+
+        return watched
+
+    return build
+
+
+def call_stand_in(module: Any) -> Any:
+    """Call what a profiler in C was told of instead of a function."""
+    module._function_items(RECORD)
+    tables = (found for found in gc.get_referents(module) if type(found) is dict)
+    (stand_ins,) = (t for t in tables if f"{MODULE}._function_items" in t)
+    return stand_ins[f"{MODULE}._function_items"]()
+
+
+def orphaned_code() -> Call:
+    """Run the code of a function that is gone."""
+    code = copy_of_module()._function_items.__code__
+    gc.collect()
+    return lambda: FunctionType(code, {})(RECORD)
+
+
+PROFILES: dict[str, Callable[[], Call]] = {
+    "answer": profiled(lambda module: len(module._function_items(RECORD))),
+    "method": profiled(lambda module: module.SearchAnalytics(1, [pool()]).get_yield_analysis(5, 5)),
+    "error": profiled(lambda module: module._tracker_table_exists(5, "t")),
+}
+if sys.version_info < (3, 12):
+    PROFILES["stand-in"] = profiled(call_stand_in)
+
 FUNCTIONS: dict[str, Callable[[], Call]] = {
     "code": of_function(lambda f: f.__code__.co_varnames),
     "refused code": of_function(lambda f: setattr(f, "__code__", (lambda: 0).__code__)),
@@ -223,6 +269,9 @@ FUNCTIONS: dict[str, Callable[[], Call]] = {
     "builtins": of_function(lambda f: type(f.__builtins__)),
     "annotations": of_function(forget_annotations),
     "code of a long name": of_function(lambda f: f.__code__.co_name, "_get_attr_or_item"),
+    "run code": of_function(lambda f: FunctionType(f.__code__, {})(RECORD), "_function_items"),
+    "orphaned code": orphaned_code,
+    "error": of_function(lambda f: f(5, "t"), "_tracker_table_exists"),
     "walks": of_function(lambda f: len(type(f).walk_counts())),
     "text": of_function(lambda f: len(repr(f)) > 0),
     "wrong call": of_function(lambda f: f()),
@@ -295,6 +344,25 @@ class Likely(int):
         return 1
 
 
+class Builtins(dict[str, Any]):
+    """Builtins that are no plain dictionary."""
+
+
+def imported_over_a_mapping() -> Call:
+    """Import a copy from where the builtins are a mapping."""
+
+    def load() -> Any:
+        spec = importlib.util.spec_from_file_location(MODULE, search_analytics.__spec__.origin)
+        assert spec is not None
+        module = importlib.util.module_from_spec(spec)
+        names = {"exec_dynamic": _imp.exec_dynamic, "module": module}
+        exec("exec_dynamic(module)", {**names, "__builtins__": Builtins(vars(builtins))})
+        del module._usage_items
+        return module._function_items(RECORD)
+
+    return load
+
+
 def imported_crowded() -> Call:
     """Import a copy into a module object that holds a great many names."""
 
@@ -337,6 +405,7 @@ IMPORTS: dict[str, Callable[[], Call]] = {
     "import": imported,
     "import alone": imported_alone,
     "failing import alone": lambda: imported_alone(failing(KeyError)),
+    "import over a mapping": imported_over_a_mapping,
     "import crowded": imported_crowded,
     **adjacent(),
     "missing module": bent(lambda module: module._tracker_from_config({"data_dir": "x"}), "_os"),

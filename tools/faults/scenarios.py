@@ -11,7 +11,7 @@ import pytest
 from differential.cases import KINDS
 from differential.sources import Seeded
 from differential.world import World
-from long_operations import FUNCTIONS, GENERATORS, IMPORTS, LONG_INPUTS, TURNS
+from long_operations import FUNCTIONS, GENERATORS, IMPORTS, LONG_INPUTS, PROFILES, TURNS
 from operations import ARGUMENTS, CLIENTS, HIDDEN
 from robustness import test_leaks as calls
 from support.environment import Client
@@ -92,6 +92,7 @@ MAKERS = {
     "long": LONG_INPUTS,
     "generator": GENERATORS,
     "function": FUNCTIONS,
+    "profile": PROFILES,
     "turn": TURNS,
 }
 

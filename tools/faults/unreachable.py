@@ -6,6 +6,7 @@ text of the line. The run breaks where a rule matches nothing, or something that
 
 from __future__ import annotations
 
+import sys
 from dataclasses import dataclass
 from fnmatch import fnmatchcase
 
@@ -70,4 +71,24 @@ RULES = [
     *(Rule(GUARD, way, text="PyExc_SystemError") for way in ("* in raise", "* in format")),
     Rule(LISTS, "PyObject_IsTrue in truth in compare in equal", text="equal(list_of(annotations)"),
     Rule(COMPILER, "operator new[[]]"),
+    Rule(ROOM, "operator new", file="facade/profile.cpp", text="std::move(name)"),
 ]
+if sys.version_info < (3, 14):
+    LATER = "functions of this interpreter have no __annotate__"
+    RULES += [
+        Rule(LATER, "*", file="facade/function_attributes.cpp", text=text)
+        for text in (
+            *(
+                "(annotate, ",
+                "__annotate__() must",
+                "def function() -> '",
+                "(code.get(), function->g",
+            ),
+            *(
+                "scope = new_dict()",
+                "statement.c_str()",
+                '"__annotate__"',
+                "PyExc_TypeError, value ==",
+            ),
+        )
+    ]
