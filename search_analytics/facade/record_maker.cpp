@@ -44,15 +44,16 @@ bool RecordMaker::knows_class() const {
 
 // Notes the class that was found original, as it is now.
 void RecordMaker::learn_class() {
+    class_version_ = 0;
     auto constructor = dict_entry(members_of_class(class_), state_.words.dunder_init);
-    PyObject* code = constructor ? code_of_function(*constructor) : nullptr;
-    if (code == nullptr) {
-        class_version_ = 0;
+    if (!constructor) {
         return;
     }
-    class_version_ = compat::class_version(as_type(class_));
     constructor_ = std::move(*constructor);
-    constructor_code_ = Ref::share(code);
+    if (PyObject* code = code_of_function(constructor_)) {
+        constructor_code_ = Ref::share(code);
+        class_version_ = compat::class_version(as_type(class_));
+    }
 }
 
 void RecordMaker::prepare() {

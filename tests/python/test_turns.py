@@ -104,7 +104,7 @@ def test_what_another_thread_changes_counts_for_the_records_that_follow(
         count += inside
         last.passed_thresholds = count >= ONLY_INSIDE
 
-    history = [Opener(begin), *long_history, last]
+    history = [Opener(begin), *long_history * 10, last]
     engine = engine_over(history)
 
     def call() -> bool:
