@@ -35,16 +35,22 @@ class RecursionGuard {
 // The longest parameter list of the module has 18 names.
 constexpr Py_ssize_t kMaximumParameters = 24;
 
+// A tuple, or None.
+Ref defaults_of(FunctionObject* function) {
+    Ref defaults = field_of(function, &FunctionObject::defaults);
+    return defaults.empty() ? Ref::none() : std::move(defaults);
+}
+
 // Lets the interpreter bind the arguments of a call: an ordinary function of the same name and
 // parameters is called with them. It fails in its own words where they do not fit, and else calls
 // the function.
 Ref call_through_twin(FunctionObject* function, PyObject* const* arguments,
                       std::size_t flagged_count, PyObject* keywords) {
     const Ref code = function_code(function);
+    const Ref qualname = field_of(function, &FunctionObject::qualname);
     const Ref twin =
-        Ref::steal(PyFunction_NewWithQualName(code.get(), function->globals, function->qualname));
-    check(PyFunction_SetDefaults(twin.get(),
-                                 function->defaults == nullptr ? Py_None : function->defaults));
+        Ref::steal(PyFunction_NewWithQualName(code.get(), function->globals, qualname.get()));
+    check(PyFunction_SetDefaults(twin.get(), defaults_of(function).get()));
     return Ref::steal(PyObject_Vectorcall(twin.get(), arguments, flagged_count, keywords));
 }
 
@@ -115,7 +121,7 @@ Ref call_bound(FunctionObject* function, PyObject* const* arguments, std::size_t
     const Py_ssize_t positional = PyVectorcall_NARGS(flagged_count);
     // The call may run code that replaces the defaults or drops the function.
     const Ref keep = Ref::share(reinterpret_cast<PyObject*>(function));
-    const Ref defaults = Ref::share(function->defaults == nullptr ? Py_None : function->defaults);
+    const Ref defaults = defaults_of(function);
     PyObject* bound[kMaximumParameters];
     if (!bind_arguments(function->parameter_names, defaults.get(), arguments, positional, keywords,
                         bound)) {

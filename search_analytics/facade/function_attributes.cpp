@@ -13,12 +13,13 @@ FunctionObject* as_function(PyObject* object) { return reinterpret_cast<Function
 
 // A value that may be read, and replaced by an object of one type only.
 struct TypedField {
-    PyObject* FunctionObject::* field;
+    FunctionField field;
     bool (*accepts)(PyObject* value);
     bool may_be_deleted;
     const char* refusal;
 };
 
+bool is_anything(PyObject*) { return true; }
 bool is_text(PyObject* value) { return PyUnicode_Check(value) != 0; }
 bool is_tuple(PyObject* value) { return PyTuple_Check(value) != 0; }
 bool is_dictionary(PyObject* value) { return PyDict_Check(value) != 0; }
@@ -35,11 +36,13 @@ constexpr TypedField kTypeParameters = {&FunctionObject::type_parameters, is_tup
                                         "__type_params__ must be set to a tuple"};
 constexpr TypedField kAnnotations = {&FunctionObject::annotations, is_dictionary, true,
                                      "__annotations__ must be set to a dict object"};
+constexpr TypedField kModuleName = {&FunctionObject::module_name, is_anything, true, ""};
+constexpr TypedField kDocumentation = {&FunctionObject::documentation, is_anything, true, ""};
 
 PyObject* get_typed(PyObject* self, void* closure) noexcept {
     const auto* typed = static_cast<const TypedField*>(closure);
-    PyObject* value = as_function(self)->*typed->field;
-    return Py_NewRef(value == nullptr ? Py_None : value);
+    Ref value = field_of(as_function(self), typed->field);
+    return value.empty() ? Py_NewRef(Py_None) : value.release();
 }
 
 int set_typed(PyObject* self, PyObject* value, void* closure) noexcept {
@@ -51,7 +54,7 @@ int set_typed(PyObject* self, PyObject* value, void* closure) noexcept {
         PyErr_SetString(PyExc_TypeError, typed->refusal);
         return -1;
     }
-    Py_XSETREF(as_function(self)->*typed->field, Py_XNewRef(value));
+    put_field(as_function(self), typed->field, value != nullptr ? Ref::share(value) : Ref());
     return 0;
 }
 
@@ -69,13 +72,14 @@ Ref worked_out_annotations(Arg annotate) {
 PyObject* get_annotations(PyObject* self, void*) {
     return at_boundary<PyObject*>(nullptr, [&] {
         FunctionObject* function = as_function(self);
-        if (function->annotations == nullptr) {
-            PyObject* annotate = function->annotate;
-            const bool may_ask = annotate != nullptr && PyCallable_Check(annotate) != 0;
-            Ref made = may_ask ? worked_out_annotations(Ref::share(annotate)) : new_dict();
-            Py_XSETREF(function->annotations, made.release());
+        Ref annotations = field_of(function, &FunctionObject::annotations);
+        if (annotations.empty()) {
+            const Ref annotate = field_of(function, &FunctionObject::annotate);
+            const bool may_ask = !annotate.empty() && is_callable(annotate);
+            annotations = may_ask ? worked_out_annotations(annotate) : new_dict();
+            put_field(function, &FunctionObject::annotations, annotations.copy());
         }
-        return Py_NewRef(function->annotations);
+        return annotations.release();
     });
 }
 
@@ -83,13 +87,13 @@ PyObject* get_annotations(PyObject* self, void*) {
 int set_annotations(PyObject* self, PyObject* value, void* closure) noexcept {
     const int result = set_typed(self, value, closure);
     if (result == 0) {
-        Py_XSETREF(as_function(self)->annotate, Py_NewRef(Py_None));
+        put_field(as_function(self), &FunctionObject::annotate, Ref::none());
     }
     return result;
 }
 
 // The interpreter's own function that works out the annotations of such a `def` statement.
-Ref make_annotate(const FunctionObject* function) {
+Ref make_annotate(FunctionObject* function) {
     const FunctionDescription& description = *function->description;
     if (description.returns.empty()) {
         return Ref::none();
@@ -101,18 +105,20 @@ Ref make_annotate(const FunctionObject* function) {
         Py_CompileString(statement.c_str(), "<kestrune.search_analytics>", Py_file_input));
     Ref::steal(PyEval_EvalCode(code.get(), function->globals, scope.get()));
     Ref annotate = attribute(item(scope, new_str("function")), new_str("__annotate__"));
-    set_attribute(annotate, new_str("__qualname__"), format("%U.__annotate__", function->qualname));
+    const Ref qualname = field_of(function, &FunctionObject::qualname);
+    set_attribute(annotate, new_str("__qualname__"), format("%U.__annotate__", qualname));
     return annotate;
 }
 
 PyObject* get_annotate(PyObject* self, void*) {
     return at_boundary<PyObject*>(nullptr, [&] {
         FunctionObject* function = as_function(self);
-        if (function->annotate == nullptr) {
-            Ref made = make_annotate(function);
-            Py_XSETREF(function->annotate, made.release());
+        Ref annotate = field_of(function, &FunctionObject::annotate);
+        if (annotate.empty()) {
+            annotate = make_annotate(function);
+            put_field(function, &FunctionObject::annotate, annotate.copy());
         }
-        return Py_NewRef(function->annotate);
+        return annotate.release();
     });
 }
 
@@ -125,19 +131,9 @@ int set_annotate(PyObject* self, PyObject* value, void*) noexcept {
             return -1;
         }
     } else {
-        Py_CLEAR(as_function(self)->annotations);
+        put_field(as_function(self), &FunctionObject::annotations, Ref());
     }
-    Py_XSETREF(as_function(self)->annotate, Py_NewRef(value));
-    return 0;
-}
-
-PyObject* get_module_name(PyObject* self, void*) noexcept {
-    PyObject* value = as_function(self)->module_name;
-    return Py_NewRef(value == nullptr ? Py_None : value);
-}
-
-int set_module_name(PyObject* self, PyObject* value, void*) noexcept {
-    Py_XSETREF(as_function(self)->module_name, Py_XNewRef(value));
+    put_field(as_function(self), &FunctionObject::annotate, Ref::share(value));
     return 0;
 }
 
@@ -182,11 +178,12 @@ PyObject* get_class(PyObject*, void*) noexcept {
 
 // Pickled and copied by name, as functions are.
 PyObject* reduce(PyObject* self, PyObject*) noexcept {
-    return Py_NewRef(as_function(self)->qualname);
+    return field_of(as_function(self), &FunctionObject::qualname).release();
 }
 
 PyObject* represent(PyObject* self) noexcept {
-    return PyUnicode_FromFormat("<function %U at %p>", as_function(self)->qualname, self);
+    const Ref qualname = field_of(as_function(self), &FunctionObject::qualname);
+    return PyUnicode_FromFormat("<function %U at %p>", qualname.get(), self);
 }
 
 PyObject* bind(PyObject* self, PyObject* instance, PyObject*) noexcept {
@@ -227,9 +224,7 @@ void deallocate(PyObject* self) noexcept {
     FunctionObject* function = as_function(self);
     const Ref type = Ref::adopt(reinterpret_cast<PyObject*>(Py_TYPE(self)));
     PyObject_GC_UnTrack(self);
-    if (function->weak_references != nullptr) {
-        PyObject_ClearWeakRefs(self);
-    }
+    PyObject_ClearWeakRefs(self);
     clear(self);
     Py_CLEAR(function->name);
     Py_CLEAR(function->qualname);
@@ -244,8 +239,8 @@ constexpr void* closure_of(const TypedField& typed) noexcept {
     return const_cast<TypedField*>(&typed);
 }
 
-PyGetSetDef module_name_attribute = {"__module__", get_module_name, set_module_name, nullptr,
-                                     nullptr};
+PyGetSetDef module_name_attribute = {"__module__", get_typed, set_typed, nullptr,
+                                     closure_of(kModuleName)};
 
 constexpr PyGetSetDef kNoMore = {nullptr, nullptr, nullptr, nullptr, nullptr};
 
@@ -254,6 +249,7 @@ PyGetSetDef attributes[] = {
     {"__qualname__", get_typed, set_qualname, nullptr, closure_of(kQualname)},
     {"__defaults__", get_typed, set_typed, nullptr, closure_of(kDefaults)},
     {"__kwdefaults__", get_typed, set_typed, nullptr, closure_of(kKeywordDefaults)},
+    {"__doc__", get_typed, set_typed, nullptr, closure_of(kDocumentation)},
     {"__annotations__", get_annotations, set_annotations, nullptr, closure_of(kAnnotations)},
     {"__code__", get_code, set_code, nullptr, nullptr},
     {"__closure__", get_closure, refuse_assignment, nullptr, nullptr},
@@ -270,7 +266,6 @@ PyGetSetDef attributes[] = {
 };
 
 PyMemberDef members[] = {
-    {"__doc__", Py_T_OBJECT, offsetof(FunctionObject, documentation), 0, nullptr},
     {"__globals__", Py_T_OBJECT, offsetof(FunctionObject, globals), Py_READONLY, nullptr},
     {"__vectorcalloffset__", Py_T_PYSSIZET, offsetof(FunctionObject, vectorcall), Py_READONLY,
      nullptr},

@@ -81,7 +81,7 @@ Ref make_code(FunctionObject* function) {
     changes.add(co_consts.get(), constants_with(code, callable));
     changes.add(co_name.get(), new_str(function->description->name));
     if (optional_attribute(code, co_qualname)) {
-        changes.add(co_qualname.get(), Ref::share(function->qualname));
+        changes.add(co_qualname.get(), field_of(function, &FunctionObject::qualname));
     }
     return changes.call(attribute(code, state.words.replace));
 }
@@ -89,8 +89,13 @@ Ref make_code(FunctionObject* function) {
 }  // namespace
 
 Ref function_code(FunctionObject* function) {
+    if (Ref code = field_of(function, &FunctionObject::code); !code.empty()) {
+        return code;
+    }
+    Ref code = make_code(function);
+    // Whoever was first meanwhile has made the one that all see.
+    const compat::CriticalSection section(&function->ob_base);
     if (function->code == nullptr) {
-        Ref code = make_code(function);
         function->code = code.release();
     }
     return Ref::share(function->code);

@@ -1,5 +1,8 @@
-// The layout of a function object, for the two files that implement it.
+// The layout of a function object, for the two files that implement it. Several threads may call
+// and change one function at a time.
 #pragma once
+
+#include <utility>
 
 #include "facade/function.h"
 
@@ -33,6 +36,25 @@ struct FunctionObject {
     PyObject* dict;
     PyObject* weak_references;
 };
+
+using FunctionField = PyObject* FunctionObject::*;
+
+// What stands in a field that Python code may replace, or an empty Ref for null.
+inline Ref field_of(FunctionObject* function, FunctionField field) {
+    const compat::CriticalSection section(&function->ob_base);
+    PyObject* value = function->*field;
+    return value != nullptr ? Ref::share(value) : Ref();
+}
+
+// Puts another value there; an empty Ref for null.
+inline void put_field(FunctionObject* function, FunctionField field, Ref value) {
+    PyObject* old = value.release();
+    {
+        const compat::CriticalSection section(&function->ob_base);
+        std::swap(function->*field, old);
+    }
+    drop(old);
+}
 
 // The function's code object, made when it is first asked for.
 Ref function_code(FunctionObject* function);

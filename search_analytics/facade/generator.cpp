@@ -29,11 +29,7 @@ GeneratorObject* as_generator(PyObject* object) {
     return reinterpret_cast<GeneratorObject*>(object);
 }
 
-void finish(GeneratorObject* generator) {
-    generator->next = generator->count;
-    generator->finished = true;
-}
-
+// To be called in a section of the generator.
 void require_idle(const GeneratorObject* generator) {
     if (generator->running) {
         raise(PyExc_ValueError, "generator already executing");
@@ -47,23 +43,53 @@ auto in_body(GeneratorObject* generator, Part&& part) {
     return in_generator(state_of(generator->module), *generator->function, part);
 }
 
-// Runs steps until one yields. An error ends the generator.
-std::optional<Ref> advance(GeneratorObject* generator) {
-    const Ref arguments = Ref::share(generator->arguments);
+void start(GeneratorObject* generator) {
+    const compat::CriticalSection section(&generator->ob_base);
+    require_idle(generator);
     generator->started = true;
     generator->running = true;
+}
+
+void stop(GeneratorObject* generator, bool is_finished) {
+    const compat::CriticalSection section(&generator->ob_base);
+    generator->running = false;
+    generator->finished = is_finished;
+    generator->next = is_finished ? generator->count : generator->next;
+}
+
+// Ends a generator that is idle. Returns whether an exception is thrown into its body by that.
+bool finish(GeneratorObject* generator) {
+    const compat::CriticalSection section(&generator->ob_base);
+    require_idle(generator);
+    const bool is_inside =
+        !generator->finished && (generator->started || compat::kThrowsIntoFreshGenerators);
+    generator->next = generator->count;
+    generator->finished = true;
+    return is_inside;
+}
+
+bool may_send_first(GeneratorObject* generator, PyObject* value) {
+    const compat::CriticalSection section(&generator->ob_base);
+    return generator->started || generator->running || value == Py_None;
+}
+
+// Runs steps until one yields. An error ends the generator.
+std::optional<Ref> advance(GeneratorObject* generator) {
+    const Ref keep = Ref::share(reinterpret_cast<PyObject*>(generator));
+    const Ref arguments = Ref::share(generator->arguments);
+    start(generator);
     try {
         std::optional<Ref> value;
         while (!value && generator->next < generator->count) {
             value =
                 generator->step(state_of(generator->module), arguments.get(), generator->next++);
         }
-        generator->running = false;
-        generator->finished = !value;
+        stop(generator, !value);
         return value;
     } catch (...) {
-        generator->running = false;
-        finish(generator);
+        if (!thread_is_ending()) {
+            stop(generator, true);
+        }
         throw;
     }
 }
@@ -77,8 +103,7 @@ PyObject* iterate(PyObject* self) {
 }
 
 PyObject* send(PyObject* self, PyObject* value) {
-    GeneratorObject* generator = as_generator(self);
-    if (!generator->started && !generator->running && value != Py_None) {
+    if (!may_send_first(as_generator(self), value)) {
         PyErr_SetString(PyExc_TypeError, "can't send non-None value to a just-started generator");
         return nullptr;
     }
@@ -152,10 +177,7 @@ PyObject* throw_into(PyObject* self, PyObject* arguments) {
         warn_of_old_signature(arguments);
         GeneratorObject* generator = as_generator(self);
         const Ref exception = thrown_exception(type, value, traceback);
-        require_idle(generator);
-        const bool is_inside =
-            !generator->finished && (generator->started || compat::kThrowsIntoFreshGenerators);
-        finish(generator);
+        const bool is_inside = finish(generator);
         // What the caller handles does not become the context.
         compat::restore_raised_exception(exception.copy().release());
         if (is_inside) {
@@ -167,7 +189,6 @@ PyObject* throw_into(PyObject* self, PyObject* arguments) {
 
 PyObject* close(PyObject* self, PyObject*) {
     return at_boundary<PyObject*>(nullptr, [&] {
-        require_idle(as_generator(self));
         finish(as_generator(self));
         return Ref::none().release();
     });
@@ -188,9 +209,7 @@ int traverse(PyObject* self, visitproc visit, void* arg) noexcept {
 void deallocate(PyObject* self) noexcept {
     const Ref type = Ref::adopt(reinterpret_cast<PyObject*>(Py_TYPE(self)));
     PyObject_GC_UnTrack(self);
-    if (as_generator(self)->weak_references != nullptr) {
-        PyObject_ClearWeakRefs(self);
-    }
+    PyObject_ClearWeakRefs(self);
     Py_CLEAR(as_generator(self)->arguments);
     Py_CLEAR(as_generator(self)->module);
     Py_TYPE(self)->tp_free(self);

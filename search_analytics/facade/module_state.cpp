@@ -93,6 +93,9 @@ bool is_original_member(const ModuleState& state, PyObject* module_name, PyObjec
 }
 
 bool is_as_made(const ModuleState& state, Arg type) {
+    if (!compat::kHasLock) {
+        return false;  // Another thread may give the class other bases while they are walked.
+    }
     PyObject* order = reinterpret_cast<PyTypeObject*>(type.get())->tp_mro;
     if (order == nullptr) {  // the collector has taken the class apart
         return false;

@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "python/compat.h"
 #include "python/ref.h"
 
 namespace search_analytics {
@@ -21,9 +22,10 @@ class DeferredTracking {
         }
     }
 
-    // Takes a fresh container out of sight.
+    // Takes a fresh container out of sight. Not where a collector may have shown it to another
+    // thread since it was made.
     void defer(PyObject* container) {
-        if (PyObject_GC_IsTracked(container) != 0) {
+        if (compat::kHasLock && PyObject_GC_IsTracked(container) != 0) {
             PyObject_GC_UnTrack(container);
             deferred_.push_back(Ref::share(container));
         }

@@ -4,7 +4,7 @@
 #include <cassert>
 #include <cstdint>
 
-#include "python/python.h"
+#include "python/error.h"
 
 #if PY_VERSION_HEX < 0x030C0000
 #include <structmember.h>
@@ -33,8 +33,70 @@ inline constexpr bool kCodeHasQualname = PY_VERSION_HEX >= 0x030B0000;
 inline constexpr bool kHasTypeParameters = PY_VERSION_HEX >= 0x030C0000;
 inline constexpr bool kHasAnnotate = PY_VERSION_HEX >= 0x030E0000;
 
+// Whether one thread at a time works with objects. Then what is borrowed stays as long as no code
+// runs. Free-threaded builds are taken not to have a lock: a user may have switched it off.
+#ifdef Py_GIL_DISABLED
+inline constexpr bool kHasLock = false;
+#else
+inline constexpr bool kHasLock = true;
+#endif
+
 // Whether a frozenset comes into the collector's sight by what is added to it.
 inline constexpr bool kShowsSets = PY_VERSION_HEX >= 0x030F0000;
+
+// While it lives, no other thread is in a section of the same object.
+class CriticalSection {
+   public:
+    CriticalSection(const CriticalSection&) = delete;
+    CriticalSection& operator=(const CriticalSection&) = delete;
+#ifdef Py_GIL_DISABLED
+    explicit CriticalSection(PyObject* object) { PyCriticalSection_Begin(&section_, object); }
+    ~CriticalSection() { PyCriticalSection_End(&section_); }
+
+   private:
+    PyCriticalSection section_;
+#else
+    explicit CriticalSection(PyObject*) {}
+#endif
+};
+
+// A field of the interpreter's that other threads may write meanwhile.
+template <typename Field>
+Field load(const Field& field) {
+#ifdef Py_GIL_DISABLED
+    return __atomic_load_n(&field, __ATOMIC_RELAXED);
+#else
+    return field;
+#endif
+}
+
+// A new reference to an item of a list, or null and no error where the list ends before it.
+inline PyObject* list_item(PyObject* list, Py_ssize_t place) {
+    if (place >= PyList_GET_SIZE(list)) {
+        return nullptr;
+    }
+#ifdef Py_GIL_DISABLED
+    PyObject* item = PyList_GetItemRef(list, place);
+    if (item == nullptr) {  // It has become shorter since.
+        forget_error();
+    }
+    return item;
+#else
+    return Py_NewRef(PyList_GET_ITEM(list, place));
+#endif
+}
+
+// Looks a key up in a dictionary. Returns a new reference, or null: with the error set where the
+// look-up failed.
+inline PyObject* dict_entry(PyObject* dict, PyObject* key) {
+#ifdef Py_GIL_DISABLED
+    PyObject* value = nullptr;
+    PyDict_GetItemRef(dict, key, &value);
+    return value;
+#else
+    return Py_XNewRef(PyDict_GetItemWithError(dict, key));
+#endif
+}
 
 // The version of a class, which is another one after each change of it; 0 where none is known.
 inline unsigned int class_version(const PyTypeObject* type) {
@@ -43,13 +105,13 @@ inline unsigned int class_version(const PyTypeObject* type) {
         return 0;
     }
 #endif
-    return type->tp_version_tag;
+    return load(type->tp_version_tag);
 }
 
 // The version of a dictionary, which is another one after each change of it; 0 where the
-// interpreter keeps none.
+// interpreter keeps none that can be relied on.
 inline std::uint64_t dict_version([[maybe_unused]] PyObject* dict) {
-#if PY_VERSION_HEX < 0x030E0000
+#if PY_VERSION_HEX < 0x030E0000 && !defined(Py_GIL_DISABLED)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
     return reinterpret_cast<PyDictObject*>(dict)->ma_version_tag;

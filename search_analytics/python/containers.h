@@ -35,10 +35,11 @@ inline void append(const Ref& list, Arg item) {
 // list[place], and list[place] = item: IndexError where the list has become shorter. REQUIRES: an
 // exact list.
 inline Ref list_item(Arg list, Py_ssize_t place) {
-    if (place >= list_size(list)) [[unlikely]] {
+    PyObject* item = compat::list_item(list, place);
+    if (item == nullptr) [[unlikely]] {
         raise(PyExc_IndexError, "list index out of range");
     }
-    return Ref::share(PyList_GET_ITEM(list.get(), place));
+    return Ref::adopt(item);
 }
 inline void set_list_item(Arg list, Py_ssize_t place, Ref item) {
     check(PyList_SetItem(list, place, item.release()));
@@ -114,14 +115,14 @@ inline void set_item(Arg dict, Arg key, Arg value) {
 // REQUIRES: an exact dict.
 inline std::optional<Ref> dict_entry(Arg dict, Arg key) {
     assert(PyDict_Check(dict.get()));
-    PyObject* value = PyDict_GetItemWithError(dict, key);
+    PyObject* value = compat::dict_entry(dict, key);
     if (value == nullptr) {
         if (PyErr_Occurred() != nullptr) {
             throw ErrorSet();
         }
         return std::nullopt;
     }
-    return Ref::share(value);
+    return Ref::adopt(value);
 }
 
 // mapping.get(key): a direct look-up for an exact dict, the method of anything else.

@@ -12,8 +12,8 @@ template <typename Visit>
 void for_each_until(Arg iterable, Visit&& visit) {
     if (is_exact_list(iterable)) {
         const Ref list = iterable.share();
-        for (Py_ssize_t i = 0; i < list_size(list); ++i) {
-            const Ref current = list_item(list, i);
+        for (Py_ssize_t i = 0; PyObject* next = compat::list_item(list.get(), i); ++i) {
+            const Ref current = Ref::adopt(next);
             if (!visit(current.get())) {
                 return;
             }

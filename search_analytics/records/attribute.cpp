@@ -16,6 +16,9 @@ bool has_fixed_kind(PyObject* in_class) {
 // An ordinary look-up runs no code where it finds a slot, or no descriptor and the attribute among
 // those that all instances number alike.
 void Attribute::learn_by_peeking(PyObject* record) {
+    if (!compat::kHasLock) {
+        return;
+    }
     PyTypeObject* type = Py_TYPE(record);
     PyObject* in_class = _PyType_Lookup(type, name_);
     const bool is_value = in_class == nullptr ||
@@ -48,9 +51,10 @@ Ref Attribute::ask_anew_or_none(PyObject* record) {
 }
 
 // Notes the shape of a record. Returns whether it is worth finding out where that keeps things; not
-// for a name that runs code when it is hashed.
+// for a name that runs code when it is hashed, and not where another thread may empty the place
+// while it is read.
 bool Attribute::is_worth_learning(PyObject* record) {
-    if (shape_.fits(record) || lessons_ == 0 || !is_exact_str(name_)) {
+    if (!compat::kHasLock || shape_.fits(record) || lessons_ == 0 || !is_exact_str(name_)) {
         return false;
     }
     --lessons_;

@@ -13,11 +13,11 @@ class Shape {
     Shape() = default;
     explicit Shape(PyObject* record)
         : type_(Py_TYPE(record)),
-          version_(type_->tp_version_tag),
+          version_(compat::load(type_->tp_version_tag)),
           has_array_(numbered_names(type_) != nullptr) {}
 
     bool fits(PyObject* record) const {
-        return Py_TYPE(record) == type_ && type_->tp_version_tag == version_;
+        return Py_TYPE(record) == type_ && compat::load(type_->tp_version_tag) == version_;
     }
     bool has_array() const { return has_array_; }
 

@@ -144,7 +144,7 @@ void for_each_evaluation(Arg evals, MayPeek&& may_peek, Count&& count, Fields&..
             ask(record);
         }
     };
-    if (!is_exact_list(evals)) {
+    if (!compat::kHasLock || !is_exact_list(evals)) {
         for_each(evals, [&](PyObject* record) {
             known.note_code();
             visit_after_code(record);
@@ -183,6 +183,9 @@ bool peek_each_evaluation(Arg evals, Count&& count, First& first, Others&... oth
     const Ref list = evals.share();
     if (list_size(list) == 0) {
         return true;
+    }
+    if (!compat::kHasLock) {
+        return false;
     }
     FieldsOfWalk<First> known(first);
     known.learn_by_peeking(list_item(list, 0).get());

@@ -97,7 +97,7 @@ inline const DictKeys* str_keys_of(PyObject* object) {
 // str.
 inline Py_hash_t known_hash(PyObject* text) {
     assert(PyUnicode_CheckExact(text));
-    return reinterpret_cast<PyASCIIObject*>(text)->hash;
+    return compat::load(reinterpret_cast<PyASCIIObject*>(text)->hash);
 }
 
 // The hash of an exact string, which a string remembers.
@@ -113,9 +113,9 @@ inline Py_hash_t text_hash(PyObject* text) {
     return hash;
 }
 
-// The items of an exact list, in place.
+// The items of an exact list, in place. REQUIRES: a build with the interpreter's lock.
 inline PyObject* const* items_in_place(PyObject* list) {
-    assert(is_exact_list(list));
+    assert(compat::kHasLock && is_exact_list(list));
     return reinterpret_cast<PyListObject*>(list)->ob_item;
 }
 

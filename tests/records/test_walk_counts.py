@@ -15,12 +15,12 @@ from typing import Any
 
 import pytest
 from kestrune import search_analytics
+from support.interpreter import KNOWS_LAYOUT
 from support.parts import NOW, pool
 from support.records import ATTRIBUTES, HistoryTracker
 
 SearchAnalytics = search_analytics.SearchAnalytics
 FUNCTION_TYPE: Any = type(search_analytics.get_search_stats)
-KNOWS_LAYOUT = (3, 11) <= sys.version_info < (3, 14) and sys.maxsize > 2**32
 NUMBER = 500
 
 pytestmark = pytest.mark.skipif(

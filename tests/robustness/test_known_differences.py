@@ -16,6 +16,7 @@ from types import SimpleNamespace
 import kestrune.search_analytics as search_analytics
 import pytest
 from model import search_analytics_model as model
+from support.interpreter import VERSIONS_DICTIONARIES
 from support.operations import WALKS, walk
 from support.parts import engine_over, evaluation, pool
 
@@ -214,8 +215,8 @@ def test_a_name_of_the_namespace_that_logs_is_compared_less_often():
     finally:
         del namespace["_usage_value"]
         namespace["_usage_value"] = original
-    # In plain Python once for every item of every record, at least.
-    assert 0 < len(compared) < records
+    # In plain Python once for every item of every record, at least; there is one on each side.
+    assert 0 < len(compared) < (records if VERSIONS_DICTIONARIES else 3 * records)
 
 
 def test_a_getter_changed_inside_the_enumeration_machinery_is_not_noticed():

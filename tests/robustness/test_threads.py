@@ -175,6 +175,73 @@ def test_eight_readers_beside_two_writers():
     )
 
 
+def test_eight_threads_that_change_what_all_of_them_use():
+    """In a child: records, items, pools, functions, the namespace, a record class, a generator."""
+    run_child(
+        """
+        import sys, threading, time
+        import kestrune.search_analytics as search_analytics
+        from support.operations import WALKS, ending, walk
+        from support.parts import engine_over, evaluation, function_item, pool
+
+        sys.setswitchinterval(1e-6)
+        items = [function_item(f"f{n}", "F", "S") for n in range(6)]
+        evals = [evaluation(function_metadata=items, eval_id=str(n)) for n in range(30)]
+        shared = type("Record", (), {})()
+        for name, value in vars(evals[0]).items():
+            setattr(shared, name, value)
+        pools = [pool("a"), pool("b")]
+        engine = engine_over(evals, *pools)
+        engine._pool_configs = pools
+        function = search_analytics.get_search_patterns
+        helper = search_analytics._usage_value
+        candidates = [search_analytics._candidate_era_configs({"era": {}, "b": {}})]
+        stop = threading.Event()
+        kinds = set()
+
+        def change(number):
+            fresh = evaluation(function_metadata=list(items), sharpe=float(number))
+            evals[number % 30 :] = [fresh, shared] * (15 - number % 30 // 2)
+            items[number % 6] = function_item(f"g{number % 50}", "G", "T")
+            items[0].update(function_name=f"h{number % 9}", **{f"key{number % 40}": number})
+            pools[:] = [pool(f"p{number % 7}")] * (1 + number % 3)
+            function.__defaults__ = tuple(list(function.__defaults__))
+            function.__doc__ = function.__name__ = f"named {number}"
+            function.__annotations__ = {"return": str(number)}
+            function.note = repr(function), function.__annotations__, function.__code__
+            search_analytics._usage_value = (helper, lambda *args: helper(*args))[number % 2]
+            search_analytics.DepthBucket.label = f"label {number}"
+            shared.__dict__ = dict(vars(shared), sharpe=0.5)
+            shared.sharpe = float(number)
+
+        def work(number):
+            names = list(WALKS)
+            while not stop.is_set():
+                number += 1
+                change(number)
+                kinds.add(type(ending(lambda: walk(engine, names[number % len(names)]))).__name__)
+                ending(lambda: function(number, nothing=1))
+                if ending(lambda: next(candidates[0])) is StopIteration:
+                    made = search_analytics._candidate_era_configs({"era": {}, "b": {}})
+                    candidates[0] = made
+
+        threads = [threading.Thread(target=work, args=(n * 5,)) for n in range(8)]
+        for thread in threads:
+            thread.start()
+        wanted = {"SearchStatsResult", "YieldAnalysisResult", "CorrelationPatternsResult"}
+        started = time.monotonic()
+        while time.monotonic() < started + (0.7 if wanted <= kinds else 60):
+            time.sleep(0.05)
+        stop.set()
+        for thread in threads:
+            thread.join(60)
+            assert not thread.is_alive()
+        assert wanted <= kinds, kinds
+        """,
+        timeout=150,
+    )
+
+
 def test_an_import_in_one_thread_while_another_imports():
     run_child(
         """
