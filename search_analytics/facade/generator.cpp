@@ -57,15 +57,19 @@ void stop(GeneratorObject* generator, bool is_finished) {
     generator->next = is_finished ? generator->count : generator->next;
 }
 
-// Ends a generator that is idle. Returns whether an exception is thrown into its body by that.
-bool finish(GeneratorObject* generator) {
+// Where a generator stood when it was ended: what is thrown into it arises there.
+enum class Stage { kBeforeBody, kInBody, kAfterBody };
+
+// Ends a generator that is idle.
+Stage finish(GeneratorObject* generator) {
     const compat::CriticalSection section(&generator->ob_base);
     require_idle(generator);
-    const bool is_inside =
-        !generator->finished && (generator->started || compat::kThrowsIntoFreshGenerators);
     generator->next = generator->count;
-    generator->finished = true;
-    return is_inside;
+    if (std::exchange(generator->finished, true)) {
+        return Stage::kAfterBody;
+    }
+    const bool is_inside = generator->started || compat::kThrowsIntoFreshGenerators;
+    return is_inside ? Stage::kInBody : Stage::kBeforeBody;
 }
 
 bool may_send_first(GeneratorObject* generator, PyObject* value) {
@@ -177,11 +181,13 @@ PyObject* throw_into(PyObject* self, PyObject* arguments) {
         warn_of_old_signature(arguments);
         GeneratorObject* generator = as_generator(self);
         const Ref exception = thrown_exception(type, value, traceback);
-        const bool is_inside = finish(generator);
+        const Stage stage = finish(generator);
         // What the caller handles does not become the context.
         compat::restore_raised_exception(exception.copy().release());
-        if (is_inside) {
+        if (stage == Stage::kInBody) {
             in_body(generator, [] { throw ErrorSet(); });
+        } else if (stage == Stage::kBeforeBody) {
+            show_in_traceback(state_of(generator->module), *generator->function);
         }
         throw ErrorSet();
     });
