@@ -10,6 +10,7 @@ from __future__ import annotations
 
 import re
 import subprocess
+from bisect import bisect_right
 from collections import defaultdict
 from collections.abc import Iterable, Iterator
 from dataclasses import dataclass, field
@@ -99,14 +100,21 @@ def _run(*command: str, given: str = "") -> list[str]:
 
 
 def _functions(library: Path) -> dict[str, Function]:
-    """The functions of the library by symbol, with their names and files."""
-    found = {}
+    """The functions of the library by symbol, with their names and files.
+
+    One function may have several symbols, of which the first counts; functions of several files
+    may have the same, and are told apart by where they begin.
+    """
+    found: dict[str, Function] = {}
+    begins = set()
     for line in _run("objdump", "-t", "-j", ".text", str(library)):
         match = re.match(r"([0-9a-f]+) .{6}F \.text\s+([0-9a-f]+)\s+(?:\.hidden )?(\S+)$", line)
-        if match:
+        if match and match[1] not in begins:
+            begins.add(match[1])
             begin, size = int(match[1], 16), int(match[2], 16)
-            found[match[3]] = Function(match[3], begin, begin + size)
-    names = _run("c++filt", given="\n".join(found))
+            symbol = f"{match[3]}@{match[1]}" if match[3] in found else match[3]
+            found[symbol] = Function(symbol, begin, begin + size)
+    names = _run("c++filt", given="\n".join(symbol.partition("@")[0] for symbol in found))
     places = _places(library, (function.begin for function in found.values()))
     for function, name in zip(found.values(), names, strict=True):
         function.name = name
@@ -135,24 +143,28 @@ def _places(library: Path, addresses: Iterable[int]) -> dict[int, tuple[Path, in
     return places
 
 
-def _calls(library: Path) -> Iterator[tuple[Call, str]]:
+def _calls(library: Path, functions: Iterable[Function]) -> Iterator[tuple[Call, str]]:
     """Each call instruction with what it calls; of one through a pointer, `*`."""
-    function, pending = "", ("", "")
+    ordered = sorted(functions, key=lambda function: function.begin)
+    begins = [function.begin for function in ordered]
+    by_begin = {function.begin: function.symbol for function in ordered}
+    callee = ""
     for line in _run("objdump", "-d", "--no-show-raw-insn", "-j", ".text", str(library)):
-        if header := re.match(r"[0-9a-f]+ <(\S+)>:$", line):
-            function = header[1]
-            continue
         here, tab, instruction = line.partition(":\t")
         if not tab:
             continue
         # A call may be the last instruction of its function: behind it the next one begins.
-        if pending[1]:
-            yield Call(pending[0], int(here, 16)), pending[1]
-            pending = "", ""
-        if match := re.match(r"(?:call|bl)\s+[0-9a-f]+ <([^>+]+)(?:\+0x[0-9a-f]+)?>", instruction):
-            pending = function, match[1]
+        if callee:
+            behind = int(here, 16)
+            function = ordered[bisect_right(begins, behind - 1) - 1]
+            # Copies that the linker left over have no symbol, and nobody calls them.
+            if behind <= function.end:
+                yield Call(function.symbol, behind), callee
+            callee = ""
+        if match := re.match(r"(?:call|bl)\s+([0-9a-f]+) <([^>]+)>", instruction):
+            callee = by_begin.get(int(match[1], 16), match[2])
         elif re.match(r"(?:call\s+\*|blr\s)", instruction):
-            pending = function, "*"
+            callee = "*"
 
 
 class Listing:
@@ -161,7 +173,7 @@ class Listing:
     def __init__(self, library: Path) -> None:
         self.functions = _functions(library)
         self._callers: dict[str, list[Call]] = defaultdict(list)
-        for call, callee in _calls(library):
+        for call, callee in _calls(library, self.functions.values()):
             self._callers[callee].append(call)
         behind = [call.behind - 1 for calls in self._callers.values() for call in calls]
         self._places = _places(library, behind)

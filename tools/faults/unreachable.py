@@ -80,7 +80,7 @@ if sys.version_info < (3, 14):
         for text in (
             *(
                 "(annotate, ",
-                "__annotate__() must",
+                "__annotate__ returned non-dict",
                 "def function() -> '",
                 "(code.get(), function->g",
             ),
