@@ -23,7 +23,7 @@ from typing import Any
 
 import kestrune.search_analytics as search_analytics
 from kestrune.search_analytics import AggregateBy, TimeWindow
-from odd_objects import OddText, Plain, reluctant
+from odd_objects import Likely, OddText, Plain, Row, reluctant
 from operations import MODULE, bent, copy_of_module
 from support.environment import failing, raw_pool
 from support.operations import walk
@@ -40,14 +40,6 @@ WIDE = 140
 
 def simple(call: Call) -> Callable[[], Call]:
     return lambda: call
-
-
-class Row:
-    """A record of an ordinary class."""
-
-    def __init__(self, **fields: Any) -> None:
-        for name, value in fields.items():
-            setattr(self, name, value)
 
 
 LATER = 9e12
@@ -332,16 +324,6 @@ def imported_alone(decorator: Any = dataclasses.dataclass) -> Call:
             sys.modules[MODULE] = search_analytics
 
     return load
-
-
-class Likely(int):
-    """A position whose comparison gives no bool."""
-
-    def __eq__(self, other: object) -> Any:
-        return []
-
-    def __hash__(self) -> int:
-        return 1
 
 
 class Builtins(dict[str, Any]):

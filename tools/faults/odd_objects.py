@@ -9,6 +9,24 @@ from typing import Any
 from support.parts import pool
 
 
+class Row:
+    """A record of an ordinary class."""
+
+    def __init__(self, **fields: Any) -> None:
+        for name, value in fields.items():
+            setattr(self, name, value)
+
+
+class Likely(int):
+    """A position whose comparison gives no bool."""
+
+    def __eq__(self, other: object) -> Any:
+        return []
+
+    def __hash__(self) -> int:
+        return 1
+
+
 class Verdict:
     """What a comparison may give that is not a bool."""
 
