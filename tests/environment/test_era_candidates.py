@@ -329,7 +329,7 @@ THROWN = {
 def throw(*arguments):
     """Throw into new candidates; from 3.12 on, generators warn of all but one argument."""
     warns = sys.version_info >= (3, 12) and len(arguments) > 1
-    with pytest.warns(DeprecationWarning) if warns else nullcontext():
+    with pytest.warns(DeprecationWarning, match="signature of throw") if warns else nullcontext():
         return _candidate_era_configs({}).throw(*arguments)
 
 
