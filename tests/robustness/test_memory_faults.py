@@ -102,7 +102,7 @@ CALLS = {
     "statistic": "engine._get_stat, records[3], None, 'sharpe'",
     "time window": "engine._filter_by_time_window, records * 20, TimeWindow.LAST_WEEK, None, 1e9",
     "pools": "search_analytics._resolve_pool_configs, pools",
-    "usage": "search_analytics._feature_items, SimpleNamespace(features=['a', 'b'])",
+    "usage": "search_analytics._feature_items, SimpleNamespace(features=['a', 'b'] * 100)",
 }
 
 
