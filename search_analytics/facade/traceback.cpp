@@ -53,6 +53,9 @@ Ref frame_of(const ModuleState& state, ShownFunction function) {
 }  // namespace
 
 void show_in_traceback(const ModuleState& state, ShownFunction function) {
+    if (PyErr_Occurred() == nullptr) {
+        return;  // without memory the interpreter may fail and not say why
+    }
     const Ref error = take_error();
     const bool is_shown = at_boundary(false, [&] {
         const Ref frame = frame_of(state, function);
@@ -72,6 +75,9 @@ void leave_generator(const ModuleState& state, ShownFunction function) {
 }
 
 void hide_in_traceback(Arg code) {
+    if (PyErr_Occurred() == nullptr) {
+        return;
+    }
     Ref error = take_error();
     if (PyObject* first = PyException_GetTraceback(error.get()); first != nullptr) {
         const Ref keep = Ref::adopt(first);
