@@ -1,8 +1,6 @@
 // What statements do in a Python module: class, enumeration, data class and import.
 #include "facade/statement.h"
 
-#include "facade/traceback.h"
-
 namespace search_analytics {
 
 namespace {

@@ -74,21 +74,4 @@ void leave_generator(const ModuleState& state, ShownFunction function) {
     replace_stop_iteration();
 }
 
-void hide_in_traceback(Arg code) {
-    if (PyErr_Occurred() == nullptr) {
-        return;
-    }
-    Ref error = take_error();
-    if (PyObject* first = PyException_GetTraceback(error.get()); first != nullptr) {
-        const Ref keep = Ref::adopt(first);
-        const auto* entry = reinterpret_cast<PyTracebackObject*>(first);
-        const Ref shown = Ref::steal(reinterpret_cast<PyObject*>(PyFrame_GetCode(entry->tb_frame)));
-        if (shown.get() == code.get()) {
-            auto* next = reinterpret_cast<PyObject*>(entry->tb_next);
-            check(PyException_SetTraceback(error.get(), next == nullptr ? Py_None : next));
-        }
-    }
-    compat::restore_raised_exception(error.release());
-}
-
 }  // namespace search_analytics

@@ -57,7 +57,4 @@ auto in_generator(const ModuleState& state, ShownFunction function, Body&& body)
     }
 }
 
-// Takes the outermost entry off the traceback of the error that is set, if it is one of `code`.
-void hide_in_traceback(Arg code);
-
 }  // namespace search_analytics

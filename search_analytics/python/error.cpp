@@ -53,6 +53,26 @@ void forget_error() { PyErr_Clear(); }
 
 Ref take_error() { return Ref::steal(compat::take_raised_exception()); }
 
+bool hide_in_traceback(Arg code) {
+    if (PyErr_Occurred() == nullptr) {
+        return false;  // without memory the interpreter may fail and not say why
+    }
+    Ref error = take_error();
+    bool is_outermost = false;
+    if (PyObject* traceback = PyException_GetTraceback(error.get()); traceback != nullptr) {
+        const Ref keep = Ref::adopt(traceback);
+        const auto* entry = reinterpret_cast<PyTracebackObject*>(traceback);
+        const Ref shown = Ref::steal(reinterpret_cast<PyObject*>(PyFrame_GetCode(entry->tb_frame)));
+        is_outermost = shown.get() == code.get();
+        if (is_outermost) {
+            auto* next = reinterpret_cast<PyObject*>(entry->tb_next);
+            check(PyException_SetTraceback(error.get(), next == nullptr ? Py_None : next));
+        }
+    }
+    compat::restore_raised_exception(error.release());
+    return is_outermost;
+}
+
 SetAside::SetAside()
     : error_(PyErr_Occurred() != nullptr ? compat::take_raised_exception() : nullptr) {}
 

@@ -56,6 +56,10 @@ void forget_error();
 // Takes the error that is set out of the indicator, as the exception object.
 Ref take_error();
 
+// Takes the outermost entry off the traceback of the error that is set, if it is one of `code`.
+// Returns whether it was.
+bool hide_in_traceback(Arg code);
+
 // While it lives, the error that is set, if any, is out of the indicator, for code that has to run
 // in between.
 class SetAside {

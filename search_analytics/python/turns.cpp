@@ -32,14 +32,6 @@ Ref idle_code() {
     return made;
 }
 
-// Drops the entry of the code that did nothing from the traceback of an error raised in its midst.
-void drop_idle_frame(Arg error, const Ref& traceback) {
-    if (!traceback.is_none()) {
-        const Ref rest = attribute(traceback, new_str("tb_next"));
-        check(PyException_SetTraceback(error, rest.get()));
-    }
-}
-
 // Runs a code object that does nothing. The interpreter does then what it does at the start of any
 // function: it lets another thread run that waits for its lock, collects garbage, runs what other
 // threads have asked for. Tracers and profilers do not see it.
@@ -54,14 +46,12 @@ void run_idle_code() {
         return;
     }
     const bool is_lack_of_room = error_is(PyExc_RecursionError) || error_is(PyExc_MemoryError);
-    const Ref error = take_error();
-    const Ref traceback = attribute(error, new_str("__traceback__"));
-    // No entry of the code's own: there was no room to run it. The turn is given another time.
-    if (is_lack_of_room && traceback.is_none()) {
+    // Without an entry of the code's own, there was no room to run it. The turn is given another
+    // time.
+    if (!hide_in_traceback(code) && is_lack_of_room) {
+        forget_error();
         return;
     }
-    drop_idle_frame(error, traceback);
-    compat::restore_raised_exception(error.copy().release());
     throw ErrorSet();
 }
 
