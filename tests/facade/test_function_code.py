@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-import importlib.util
+import gc
 import io
 import pickle
 import types
@@ -11,6 +11,7 @@ from typing import Any
 
 import kestrune.search_analytics as search_analytics
 import pytest
+from support.copies import copy_of_the_module
 from support.operations import WALKS, walk
 from support.parts import engine_over, evaluation
 from support.signatures import DECLARATIONS, function, ordinary
@@ -82,16 +83,10 @@ def test_code_fails_as_its_function_does(name):
 
 
 def test_code_of_a_function_that_is_gone_says_so():
-    spec = importlib.util.spec_from_file_location(
-        "kestrune.search_analytics", search_analytics.__spec__.origin
-    )
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
+    module = copy_of_the_module()
     made = rebuilt(module._usage_value)
     assert made({"a": 1}, "a", "b") == 1
     del module
-    import gc
-
     for _ in range(3):
         gc.collect()
     with pytest.raises(RuntimeError, match="the compiled function that this code calls is gone"):

@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import contextlib
 import functools
-import importlib.util
 import inspect
 import io
 import pickle
@@ -15,6 +14,7 @@ from unittest import mock
 
 import kestrune.search_analytics as search_analytics
 import pytest
+from support.copies import copy_of_the_module
 from support.parts import engine_over, evaluation
 from support.signatures import DECLARATIONS, OPERATIONS, function, ordinary
 
@@ -40,11 +40,7 @@ def test_wraps_copies_from_a_native_function(name):
 
 
 def test_wraps_copies_to_a_native_function():
-    spec = importlib.util.spec_from_file_location(
-        "kestrune.search_analytics", search_analytics.__spec__.origin
-    )
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
+    module = copy_of_the_module()
 
     def documented(record: int) -> str:
         """Other text."""

@@ -12,20 +12,13 @@ from support.children import run_child
 DYING = """
     import gc, importlib.util, inspect, sys, weakref
     import kestrune.search_analytics as search_analytics
+    from support.copies import copy_of_the_module
     from support.operations import WALKS
     from support.parts import RecordingTracker, evaluation, pool
     from support.signatures import DECLARATIONS, function
 
     gc.disable()
     references, used, problems = [], [], []
-
-    def copy_of_the_module():
-        spec = importlib.util.spec_from_file_location(
-            "kestrune.search_analytics", search_analytics.__spec__.origin
-        )
-        module = importlib.util.module_from_spec(spec)
-        spec.loader.exec_module(module)
-        return module
 
     class Finaliser:
         '''Runs before anything is taken apart.'''

@@ -4,12 +4,12 @@ from __future__ import annotations
 
 import atexit
 import gc
-import importlib.util
 import sys
 import weakref
 
 import kestrune.search_analytics as search_analytics
 import pytest
+from support.copies import copy_of_the_module
 from support.operations import WALKS, walk
 from support.parts import RecordingTracker, engine_over, evaluation, function_item, pool
 
@@ -22,15 +22,6 @@ def threshold():
     before = gc.get_threshold()
     yield gc.set_threshold
     gc.set_threshold(*before)
-
-
-def copy_of_the_module():
-    spec = importlib.util.spec_from_file_location(
-        "kestrune.search_analytics", search_analytics.__spec__.origin
-    )
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
-    return module
 
 
 @EVERY_WALK
