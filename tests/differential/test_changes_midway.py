@@ -8,7 +8,17 @@ from typing import Any
 
 import pytest
 from differential.hooks import HookedNumber
-from differential.traps import OPERATIONS, READ, assert_same, call, engine, plain, spring, trap
+from differential.traps import (
+    OPERATIONS,
+    READ,
+    assert_same,
+    call,
+    engine,
+    patch_constructor,
+    plain,
+    spring,
+    trap,
+)
 from differential.world import World
 from support.outcome import RECORDS
 
@@ -99,18 +109,6 @@ class Springing(HookedNumber):
     def __truediv__(self, other: Any) -> Any:
         self.action()
         return super().__truediv__(other)
-
-
-def patch_constructor(w: World, name: str) -> None:
-    """Have the constructor of a record class log, in the class as it stands."""
-    record = getattr(w.module, name)
-    original = record.__init__
-
-    def construct(self: Any, *arguments: Any, **keywords: Any) -> None:
-        w.note("constructed", name)
-        original(self, *arguments, **keywords)
-
-    w.patch(record, "__init__", construct)
 
 
 REPLACEMENTS = pytest.mark.parametrize("change", [replace, patch_constructor])

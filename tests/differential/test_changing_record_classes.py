@@ -8,22 +8,10 @@ from types import SimpleNamespace
 from typing import Any
 
 import pytest
-from differential.traps import assert_same, call, engine, plain
+from differential.traps import assert_same, call, engine, patch_constructor, plain
 from differential.world import World
 
 Call = Callable[[], Any]
-
-
-def patch_constructor(w: World, name: str) -> None:
-    """Have the constructor of a record class log, in the class as it stands."""
-    record = getattr(w.module, name)
-    original = record.__init__
-
-    def construct(self: Any, *arguments: Any, **keywords: Any) -> None:
-        w.note("constructed", name)
-        original(self, *arguments, **keywords)
-
-    w.patch(record, "__init__", construct)
 
 
 class Size(int):

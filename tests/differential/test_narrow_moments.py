@@ -7,7 +7,7 @@ from collections.abc import Callable
 from typing import Any
 
 import pytest
-from differential.traps import assert_same, call, engine, fields
+from differential.traps import assert_same, call, engine, fields, patch_constructor
 from differential.world import World
 
 Call = Callable[[], Any]
@@ -75,33 +75,21 @@ class Measured(list):  # type: ignore[type-arg]
         return list.__len__(self)
 
 
-def log_making(w: World, record: str) -> None:
-    """Have the constructor of a record class log."""
-    made = getattr(w.module, record)
-    original = made.__init__
-
-    def construct(self: Any, *arguments: Any, **keywords: Any) -> None:
-        w.note("constructed", record)
-        original(self, *arguments, **keywords)
-
-    w.patch(made, "__init__", construct)
-
-
 def empty_window(w: World) -> Call:
     made = engine(w, history(2))
-    made._pool_configs[0].name = name("tight", lambda: log_making(w, "WindowStats"))
+    made._pool_configs[0].name = name("tight", lambda: patch_constructor(w, "WindowStats"))
     windows = [w.module.TimeWindow.ERA]
     return lambda: made.get_search_stats(min_sample_size=0, era_id="other", time_windows=windows)
 
 
 def statistics(w: World) -> Call:
     measured = Measured(history(2))
-    measured.action = lambda: log_making(w, "SearchStatsResult")
+    measured.action = lambda: patch_constructor(w, "SearchStatsResult")
     return call(w, measured, "get_search_stats")
 
 
 def patterns(w: World) -> Call:
-    top_n = Deed(lambda: log_making(w, "CorrelationPatternsResult"))
+    top_n = Deed(lambda: patch_constructor(w, "CorrelationPatternsResult"))
     return call(w, history(2), "get_correlation_patterns", top_n=top_n)
 
 

@@ -173,6 +173,18 @@ def forget(w: World, name: str) -> None:
     delattr(w.module, name)
 
 
+def patch_constructor(w: World, name: str) -> None:
+    """Have the constructor of a record class log, in the class as it stands."""
+    record = getattr(w.module, name)
+    original = record.__init__
+
+    def construct(self: Any, *arguments: Any, **keywords: Any) -> None:
+        w.note("constructed", name)
+        original(self, *arguments, **keywords)
+
+    w.patch(record, "__init__", construct)
+
+
 class Made:
     """A record that logs every read of a field."""
 
