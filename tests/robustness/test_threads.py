@@ -126,6 +126,22 @@ def test_threads_with_histories_of_their_own_get_their_own_answers(fast_switchin
             assert counts == {(f"b{number}", number + 1), number + 2}
 
 
+# Lets the threads run for a while, and on until each kind of answer was among what they saw.
+UNTIL_ALL_WERE_SEEN = """
+        for thread in threads:
+            thread.start()
+        wanted = {"SearchStatsResult", "YieldAnalysisResult", "CorrelationPatternsResult"}
+        started = time.monotonic()
+        while time.monotonic() < started + (0.7 if wanted <= kinds else 60):
+            time.sleep(0.05)
+        stop.set()
+        for thread in threads:
+            thread.join(60)
+            assert not thread.is_alive()
+        assert wanted <= kinds, kinds
+        """
+
+
 def test_eight_readers_beside_two_writers():
     """In a child: whatever the readers get, it is an answer or an ordinary error."""
     run_child(
@@ -160,18 +176,8 @@ def test_eight_readers_beside_two_writers():
 
         threads = [threading.Thread(target=read, args=(n,)) for n in range(8)]
         threads += [threading.Thread(target=write, args=(n,)) for n in range(2)]
-        for thread in threads:
-            thread.start()
-        wanted = {"SearchStatsResult", "YieldAnalysisResult", "CorrelationPatternsResult"}
-        started = time.monotonic()
-        while time.monotonic() < started + (0.7 if wanted <= kinds else 60):
-            time.sleep(0.05)
-        stop.set()
-        for thread in threads:
-            thread.join(30)
-            assert not thread.is_alive()
-        assert wanted <= kinds, kinds
-        """,
+        """
+        + UNTIL_ALL_WERE_SEEN,
     )
 
 
@@ -226,18 +232,8 @@ def test_eight_threads_that_change_what_all_of_them_use():
                     candidates[0] = made
 
         threads = [threading.Thread(target=work, args=(n * 5,)) for n in range(8)]
-        for thread in threads:
-            thread.start()
-        wanted = {"SearchStatsResult", "YieldAnalysisResult", "CorrelationPatternsResult"}
-        started = time.monotonic()
-        while time.monotonic() < started + (0.7 if wanted <= kinds else 60):
-            time.sleep(0.05)
-        stop.set()
-        for thread in threads:
-            thread.join(60)
-            assert not thread.is_alive()
-        assert wanted <= kinds, kinds
-        """,
+        """
+        + UNTIL_ALL_WERE_SEEN,
         timeout=150,
     )
 
