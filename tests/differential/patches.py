@@ -250,7 +250,10 @@ def _overrides(w: World, base: Any, history: Any) -> dict[str, Any]:
         w.note("validate", repr(eval_type))
 
     def search_stats(engine: Any, *args: Any, **keywords: Any) -> Any:
-        w.note("stats", len(args), tuple(keywords), repr(keywords["time_windows"]))
+        windows = keywords["time_windows"]
+        # What is no list shows its address.
+        shown = repr(windows) if isinstance(windows, list) else type(windows).__name__
+        w.note("stats", len(args), tuple(keywords), shown)
         return SimpleNamespace(rows=rows)
 
     return {
