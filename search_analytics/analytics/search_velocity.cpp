@@ -103,11 +103,12 @@ bool count_beside(const Names& names, Arg evals, std::vector<Window>& windows) {
     Flag passed(names.passed_thresholds);
     return peek_each_evaluation(
         evals,
-        [&](Peeked ev) {
+        [&](const View& view) {
+            const Peeked ev = {view.record};
             const double moment = timestamp(ev);
             for (Window& window : windows) {
                 if (window.cutoff.is_reached_by(moment)) {
-                    if (!passed.peek(ev.record)) {
+                    if (!passed.peek(view)) {
                         return false;
                     }
                     window.counts.add(passed(ev));

@@ -112,7 +112,7 @@ class UsageFilter {
         return found;
     }
 
-    bool knows(const Shape& shape) const { return usage_.metadata(side_).knows(shape); }
+    bool turn_to(PyObject* record) { return usage_.turn_to(record, side_); }
     void read_ahead(ReadAhead& ahead) const { ahead.add_items(usage_.metadata(side_), entry_); }
 
    private:
@@ -164,7 +164,13 @@ class UsageFilters {
     void refresh() { usage_.refresh(); }
 
     // The first filter has to know its place; the others may never have been reached.
-    bool knows(const Shape& shape) const { return filters_.front().knows(shape); }
+    bool turn_to(PyObject* record) {
+        const bool knows_first = filters_.front().turn_to(record);
+        for (UsageFilter& filter : filters_) {
+            filter.turn_to(record);
+        }
+        return knows_first;
+    }
     void read_ahead(ReadAhead& ahead) const {
         for (const UsageFilter& filter : filters_) {
             filter.read_ahead(ahead);

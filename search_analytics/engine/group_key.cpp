@@ -108,11 +108,7 @@ bool GranularityCache::is_same(KeyMap& seen, Py_ssize_t level, const Ref& key) c
         return true;
     }
     auto map = dict_entry(state_.globals(), seen.name);
-    if (!map || str_keys_of(map->get()) == nullptr) {
-        return false;
-    }
-    const auto entry = dict_entry(*map, tuple_item(levels_, level));
-    if (!entry || entry->get() != key.get()) {
+    if (!map || Entry(tuple_item(levels_, level)).peek(map->get()) != key.get()) {
         return false;
     }
     seen.version = compat::dict_version(map->get());
@@ -152,9 +148,8 @@ std::size_t GroupKey::operator()(Asked ev) {
     return groups_.number_of(functions_, features_);
 }
 
-bool GroupKey::knows(const Shape& shape) const {
-    return usage_.metadata(Side::kFunctions).knows(shape) &&
-           usage_.metadata(Side::kFeatures).knows(shape);
+bool GroupKey::turn_to(PyObject* record) {
+    return usage_.turn_to(record, Side::kFunctions) && usage_.turn_to(record, Side::kFeatures);
 }
 
 void GroupKey::read_ahead(ReadAhead& ahead) const {

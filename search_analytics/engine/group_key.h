@@ -93,7 +93,7 @@ class GroupKey {
     std::size_t operator()(Peeked) { return groups_.number_of(functions_, features_); }
     std::size_t operator()(Asked ev);
 
-    bool knows(const Shape& shape) const;
+    bool turn_to(PyObject* record);
     void read_ahead(ReadAhead& ahead) const;
     // To be called when code may have run.
     void refresh();

@@ -52,6 +52,14 @@ bool ColumnStatistics::peek(const View& view) {
     return true;
 }
 
+// The record's own statistics may never have been asked for.
+bool ColumnStatistics::turn_to(PyObject* record) {
+    for (Statistic& statistic : statistics_) {
+        statistic.own.turn_to(record);
+    }
+    return per_column_.turn_to(record);
+}
+
 // The table is read once for all of them.
 std::array<Ref, ColumnStatistics::kCount> ColumnStatistics::operator()(Asked ev) {
     const Ref table = per_column_.ask(ev.record);

@@ -33,7 +33,7 @@ class ColumnStatistics {
     const std::array<double, kCount>& operator()(Peeked) const { return values_; }
     std::array<Ref, kCount> operator()(Asked ev);
 
-    bool knows(const Shape& shape) const { return per_column_.knows(shape); }
+    bool turn_to(PyObject* record);
     void read_ahead(ReadAhead& ahead) const;
 
    private:

@@ -38,6 +38,9 @@ class UsageReader {
     // To be called before peeking when code may have run.
     void refresh();
 
+    // Turns to the shape of a record, if the place of a side's items there is known.
+    bool turn_to(PyObject* record, Side side) { return of(side).metadata.turn_to(record); }
+
     // The attribute that holds a side's items.
     const Attribute& metadata(Side side) const { return of(side).metadata; }
 
@@ -68,16 +71,16 @@ class UsageReader {
 template <typename Visit>
 bool UsageReader::peek(const View& view, Side side, Entry& key, Visit&& visit) const {
     const Readers& readers = of(side);
-    PyObject* items = readers.may_peek ? readers.metadata.peek_if_known(view) : nullptr;
-    if (items == nullptr || !is_exact_list(items)) {
+    PyObject* metadata = readers.may_peek ? readers.metadata.peek_if_known(view) : nullptr;
+    if (metadata == nullptr) {
         return false;
     }
-    const auto count = static_cast<std::size_t>(list_size(items));
-    if (count - 1 >= kMostPeekedItems) {
+    const auto items = items_of(metadata);
+    if (items.empty() || items.size() > kMostPeekedItems) {
         return false;
     }
-    note_work(count * kWorkOfItem);
-    for (PyObject* item : std::span(items_in_place(items), count)) {
+    note_work(items.size() * kWorkOfItem);
+    for (PyObject* item : items) {
         PyObject* value = key.peek(item);
         if (value == nullptr || !is_exact_str(value) || !is_short_name(value)) {
             return false;
@@ -118,7 +121,7 @@ class UsedNames {
         return names_;
     }
 
-    bool knows(const Shape& shape) const { return usage_.metadata(side_).knows(shape); }
+    bool turn_to(PyObject* record) { return usage_.turn_to(record, side_); }
     void refresh() { usage_.refresh(); }
     void read_ahead(ReadAhead& ahead) const { ahead.add_items(usage_.metadata(side_), entry_); }
 

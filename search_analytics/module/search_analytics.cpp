@@ -2,9 +2,9 @@
 #include "facade/function.h"
 #include "facade/generator.h"
 #include "facade/shutdown.h"
+#include "layout/instance.h"
 #include "module/steps.h"
 #include "names/names.h"
-#include "records/layout.h"
 #include "records/walk_counts.h"
 
 namespace search_analytics {

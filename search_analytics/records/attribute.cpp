@@ -11,26 +11,34 @@ bool has_fixed_kind(PyObject* in_class) {
     return in_class == nullptr || (Py_TYPE(in_class)->tp_flags & Py_TPFLAGS_IMMUTABLETYPE) != 0;
 }
 
+bool goes_before_instances(PyObject* in_class) {
+    return in_class != nullptr && Py_TYPE(in_class)->tp_descr_set != nullptr;
+}
+
 }  // namespace
 
-// An ordinary look-up runs no code where it finds a slot, or no descriptor and the attribute among
-// those that all instances number alike.
+// An ordinary look-up runs no code where it finds a slot, an item of a tuple, or no descriptor and
+// the attribute in the instance itself.
 void Attribute::learn_by_peeking(PyObject* record) {
-    if (!compat::kHasLock) {
+    PyTypeObject* type = Py_TYPE(record);
+    PyObject* in_class = compat::kHasLock ? _PyType_Lookup(type, name_) : nullptr;
+    if (!is_worth_learning(record) || !has_fixed_kind(in_class) ||
+        (in_class != nullptr && !goes_before_instances(in_class) &&
+         Py_TYPE(in_class)->tp_descr_get != nullptr) ||
+        !learn_place(record, in_class)) {
         return;
     }
-    PyTypeObject* type = Py_TYPE(record);
-    PyObject* in_class = _PyType_Lookup(type, name_);
-    const bool is_value = in_class == nullptr ||
-                          (has_fixed_kind(in_class) && Py_TYPE(in_class)->tp_descr_get == nullptr);
-    const bool is_in_array =
-        is_value && attribute_number(type, name_) >= 0 && instance_values(record) != nullptr;
-    if (Shape(record).is_ordinary() && (is_in_array || slot_offset(type, in_class) >= 0)) {
-        try {
-            learn(record, attribute(record, name_).get());
-        } catch (const ErrorSet&) {
-            forget_error();
-        }
+    Place& place = places_[current_];
+    const PyObject* found = value_in(place.shape.view(record));
+    if (found == nullptr) {
+        place.where = Where::kUnknown;
+        return;
+    }
+    try {
+        place.where = attribute(record, name_).get() == found ? place.where : Where::kUnknown;
+    } catch (const ErrorSet&) {
+        forget_error();
+        place.where = Where::kUnknown;
     }
 }
 
@@ -50,17 +58,32 @@ Ref Attribute::ask_anew_or_none(PyObject* record) {
     return std::move(*value);
 }
 
-// Notes the shape of a record. Returns whether it is worth finding out where that keeps things; not
-// for a name that runs code when it is hashed, and not where another thread may empty the place
-// while it is read.
+// Notes the shape of a record in the place after the one last used. Returns whether it is worth
+// finding out where that keeps things; not for a name that runs code when it is hashed, and not
+// where another thread may empty the place while it is read.
 bool Attribute::is_worth_learning(PyObject* record) {
-    if (!compat::kHasLock || shape_.fits(record) || lessons_ == 0 || !is_exact_str(name_)) {
+    if (!compat::kHasLock || lessons_ == 0 || !is_exact_str(name_) || select(record)) {
         return false;
     }
     --lessons_;
-    shape_ = Shape(record);
-    where_ = Where::kUnknown;
-    return shape_.is_ordinary();
+    current_ = places_[current_].shape.type() == nullptr ? current_ : (current_ + 1) % kMostShapes;
+    places_[current_] = {.shape = Shape(record)};
+    return places_[current_].shape.is_ordinary_where_found();
+}
+
+// Where the class puts the attribute, given what stands in the class itself.
+bool Attribute::learn_place(PyObject* record, PyObject* in_class) {
+    PyTypeObject* type = Py_TYPE(record);
+    Place& place = places_[current_];
+    if (!goes_before_instances(in_class)) {
+        place.number = attribute_number(type, name_);
+        place.where = Where::kOwn;
+    } else if (place.number = slot_offset(type, in_class); place.number >= 0) {
+        place.where = Where::kSlot;
+    } else if (place.number = tuple_place(type, in_class); place.number >= 0) {
+        place.where = Where::kItem;
+    }
+    return place.has_value();
 }
 
 // A place is believed only after it has shown the very object that the look-up gave.
@@ -68,20 +91,11 @@ void Attribute::learn(PyObject* record, PyObject* value) {
     if (!is_worth_learning(record)) {
         return;
     }
-    PyTypeObject* type = Py_TYPE(record);
-    PyObject* in_class = _PyType_Lookup(type, name_);
-    if (!has_fixed_kind(in_class)) {
-        return;
-    }
-    if (in_class == nullptr || Py_TYPE(in_class)->tp_descr_set == nullptr) {
-        number_ = attribute_number(type, name_);
-        where_ = Where::kArray;
-    } else {
-        number_ = slot_offset(type, in_class);
-        where_ = Where::kSlot;
-    }
-    if (number_ < 0 || peek(record) != value) {
-        where_ = Where::kUnknown;
+    PyObject* in_class = _PyType_Lookup(Py_TYPE(record), name_);
+    Place& place = places_[current_];
+    if (!has_fixed_kind(in_class) || !learn_place(record, in_class) ||
+        value_in(place.shape.view(record)) != value) {
+        place.where = Where::kUnknown;
     }
 }
 
@@ -90,9 +104,11 @@ void Attribute::learn_absence(PyObject* record) {
         return;
     }
     PyTypeObject* type = Py_TYPE(record);
-    if (_PyType_Lookup(type, name_) == nullptr && attribute_number(type, name_) < 0) {
-        number_ = numbered_attributes(type);
-        where_ = number_ >= 0 ? Where::kNowhere : Where::kUnknown;
+    Place& place = places_[current_];
+    if (place.shape.is_ordinary() && _PyType_Lookup(type, name_) == nullptr &&
+        attribute_number(type, name_) < 0) {
+        place.number = numbered_attributes(type);
+        place.where = Where::kNowhere;
     }
 }
 

@@ -27,8 +27,8 @@ struct Asked {
     PyObject* record;
 };
 
-// What a walk knows of its fields as a whole: the shape for which all of them know their places, so
-// that the class of a record is compared once and not for each attribute.
+// What a walk knows of its fields as a whole: the shapes for which all of them know their places,
+// so that the class of a record is compared once and not for each attribute.
 template <typename... Fields>
 class FieldsOfWalk {
    public:
@@ -40,35 +40,37 @@ class FieldsOfWalk {
         return ahead;
     }
 
-    // Whether the fields may peek at the record at once: it has their shape, and no code has run
+    // Whether the fields may peek at the record at once: they know its shape, and no code has run
     // since they were told so.
-    bool is_ready_for(PyObject* record) const { return !is_stale_ && shape_.fits(record); }
+    bool are_ready_for(PyObject* record) {
+        return !is_stale_ && (shape().fits(record) || turn_to(record));
+    }
 
-    // Makes the fields ready for the record, if it has their shape. May run code.
+    // Makes the fields ready for the record, if they know its shape. May run code.
     bool make_ready_for(PyObject* record) {
-        if (!shape_.fits(record)) {
+        if (!shape().fits(record) && !turn_to(record)) {
             return false;
         }
         std::apply([](auto&... field) { (refresh(field), ...); }, fields_);
         is_stale_ = false;
-        return shape_.fits(record);
+        return shape().fits(record);
     }
 
     // To be called when code has run: it may have changed whatever the fields know but shapes.
     void note_code() { is_stale_ = true; }
 
-    // Lets every field peek at the record; false where one of them cannot. REQUIRES: the record has
-    // the fields' shape.
+    // What a record holds itself. REQUIRES: the fields are ready for it.
+    View view(PyObject* record) const {
+        assert(shape().fits(record));
+        return shape().view(record);
+    }
+
+    // Lets every field peek at the record; false where one of them cannot. REQUIRES: the fields are
+    // ready for it.
     bool peek(PyObject* record) {
-        assert(shape_.fits(record));
-        View view = {record, nullptr};
-        if (shape_.has_array()) {
-            view.values = instance_values(record);
-            if (view.values == nullptr) [[unlikely]] {
-                return false;
-            }
-        }
-        return std::apply([&](auto&... field) { return (field.peek(view) && ...); }, fields_);
+        assert(shape().fits(record));
+        const View seen = view(record);
+        return std::apply([&](auto&... field) { return (field.peek(seen) && ...); }, fields_);
     }
 
     // Takes over the shape of a record that nobody has asked, where asking would run no code.
@@ -79,15 +81,45 @@ class FieldsOfWalk {
     }
 
     // Takes over the shape of a record that was asked, if now all fields know their places in it.
-    // If not, there is no such shape any more: a field remembers one.
     void learn_from(PyObject* record) {
-        const Shape shape(record);
-        const bool is_known =
-            std::apply([&](auto&... field) { return (field.knows(shape) && ...); }, fields_);
-        shape_ = is_known ? shape : Shape();
+        if (!turn_fields_to(record)) {
+            current_ = kNone;
+        } else if (!turn_to_known(record)) {
+            shapes_[next_] = Shape(record);
+            current_ = next_;
+            next_ = (next_ + 1) % kMostShapes;
+        }
     }
 
    private:
+    // The place of no shape: one that fits no record.
+    static constexpr std::size_t kNone = kMostShapes;
+
+    const Shape& shape() const { return shapes_[current_]; }
+
+    // Turns to one of the known shapes that fits the record, if all fields know it still.
+    bool turn_to(PyObject* record) {
+        if (turn_to_known(record) && turn_fields_to(record)) {
+            return true;
+        }
+        current_ = kNone;
+        return false;
+    }
+
+    bool turn_to_known(PyObject* record) {
+        for (std::size_t i = 0; i < kMostShapes; ++i) {
+            if (shapes_[i].fits(record)) {
+                current_ = i;
+                return true;
+            }
+        }
+        return false;
+    }
+
+    bool turn_fields_to(PyObject* record) {
+        return std::apply([&](auto&... field) { return (field.turn_to(record) && ...); }, fields_);
+    }
+
     template <typename Field>
     static void refresh(Field& field) {
         if constexpr (requires { field.refresh(); }) {
@@ -96,7 +128,9 @@ class FieldsOfWalk {
     }
 
     std::tuple<Fields&...> fields_;
-    Shape shape_;
+    std::array<Shape, kMostShapes + 1> shapes_;
+    std::size_t current_ = kNone;
+    std::size_t next_ = 0;
     bool is_stale_ = true;
 };
 
@@ -156,7 +190,7 @@ void for_each_evaluation(Arg evals, MayPeek&& may_peek, Count&& count, Fields&..
     for (Py_ssize_t i = 0; i < list_size(list); ++i) {
         ahead.prefetch_from(list.get(), i);
         PyObject* record = items_in_place(list.get())[i];
-        if (!known.is_ready_for(record)) {
+        if (!known.are_ready_for(record)) {
             visit_after_code(Ref::share(record).get());
         } else if (!has_peeked(record)) {
             ask(Ref::share(record).get());
@@ -174,27 +208,30 @@ void for_each_evaluation(Arg evals, Count&& count, Fields&... fields) {
 }
 
 // for ev in evals: count(ev) -- without ever asking one, so that nothing can tell in which order
-// records are read. Only the first field is peeked at for each; `count` peeks at the others where
-// it needs them, and returns false where it cannot. Returns false where a record would have to be
-// asked. REQUIRES: `evals` is an exact list.
+// records are read. Only the first field is peeked at for each; `count` is given what the record
+// holds and peeks at the others where it needs them, and returns false where it cannot. Returns
+// false where a record would have to be asked. REQUIRES: `evals` is an exact list.
 template <typename Count, typename First, typename... Others>
 bool peek_each_evaluation(Arg evals, Count&& count, First& first, Others&... others) {
     assert(is_exact_list(evals));
-    const Ref list = evals.share();
-    if (list_size(list) == 0) {
-        return true;
-    }
     if (!compat::kHasLock) {
-        return false;
+        return list_size(evals) == 0;
     }
-    FieldsOfWalk<First> known(first);
-    known.learn_by_peeking(list_item(list, 0).get());
-    (others.learn_by_peeking(list_item(list, 0).get()), ...);
+    const Ref list = evals.share();
+    FieldsOfWalk<First, Others...> known(first, others...);
     const ReadAhead ahead = known.read_ahead();
     for (Py_ssize_t i = 0; i < list_size(list); ++i) {
         ahead.prefetch_from(list.get(), i);
         PyObject* record = items_in_place(list.get())[i];
-        if (!known.is_ready_for(record) || !known.peek(record) || !count(Peeked{record})) {
+        if (!known.are_ready_for(record)) {
+            known.learn_by_peeking(Ref::share(record).get());
+            if (list_size(list) <= i || items_in_place(list.get())[i] != record ||
+                !known.are_ready_for(record)) {
+                return false;
+            }
+        }
+        const View view = known.view(record);
+        if (!first.peek(view) || !count(view)) {
             return false;
         }
         walk_counts.add_peeked();

@@ -9,9 +9,10 @@ namespace search_analytics {
 // What every field of one attribute has in common.
 class AttributeField {
    public:
-    explicit AttributeField(PyObject* name) noexcept : attribute_(name) {}
+    explicit AttributeField(PyObject* name) : attribute_(name) {}
 
-    bool knows(const Shape& shape) const { return attribute_.knows(shape); }
+    // Turns to the shape of a record, if the attribute's place there is known.
+    bool turn_to(PyObject* record) { return attribute_.turn_to(record); }
 
    protected:
     Attribute attribute_;
@@ -23,8 +24,6 @@ class Flag : public AttributeField {
     using AttributeField::AttributeField;
 
     bool peek(const View& view) { return keep(attribute_.peek(view)); }
-    // For a walk that reads the flag of some records only.
-    bool peek(PyObject* record) { return keep(attribute_.peek(record)); }
 
     bool operator()(Peeked) const { return value_; }
     bool operator()(Asked ev) { return truth(attribute_.ask(ev.record)); }

@@ -43,10 +43,12 @@ class ReadAhead {
     void prefetch_from(PyObject* list, Py_ssize_t i) const {
         const Py_ssize_t size = list_size(list);
         PyObject* const* records = items_in_place(list) + i;
-        if (i + kRecords < size) {
+        if (i + kRecords < size && !places_.empty()) {
             prefetch_instance(records[kRecords]);
+            places_.front()->prefetch_dictionary(records[kDictionaries]);
         }
         if (i + kArrays < size) {
+            places_.front()->prefetch_table(records[kArrays]);
             for (const Attribute* place : places_) {
                 place->prefetch_place(records[kArrays]);
             }
@@ -69,10 +71,11 @@ class ReadAhead {
         kTables = 13,
         kValues = 16,
         kArrays = 19,
-        kRecords = 23,
+        kDictionaries = 23,
+        kRecords = 27,
     };
     // The longest stretch of a list that is asked for ahead.
-    static constexpr Py_ssize_t kPrefetchedItems = 8;
+    static constexpr std::size_t kPrefetchedItems = 8;
 
     struct Table {
         const Attribute* attribute;
@@ -93,10 +96,8 @@ class ReadAhead {
     // Calls `visit` with the first items of a list, borrowed. `visit` must not run code.
     template <typename Visit>
     static void for_first_items(PyObject* object, Visit&& visit) {
-        if (is_exact_list(object)) {
-            const Py_ssize_t count = std::min(list_size(object), kPrefetchedItems);
-            std::for_each_n(items_in_place(object), count, visit);
-        }
+        const auto items = items_of(object);
+        std::for_each_n(items.begin(), std::min(items.size(), kPrefetchedItems), visit);
     }
 
     void prefetch_values(PyObject* record) const {
@@ -131,11 +132,7 @@ class ReadAhead {
             const auto at = [&](Py_ssize_t step, auto&& visit) {
                 with_value(*items.attribute, records[step], visit);
             };
-            at(kTables, [](PyObject* value) {
-                if (is_exact_list(value)) {
-                    prefetch(items_in_place(value));
-                }
-            });
+            at(kTables, [](PyObject* value) { prefetch(items_of(value).data()); });
             at(kEntries, [](PyObject* value) {
                 for_first_items(value, [](PyObject* item) { prefetch(item); });
             });

@@ -3,9 +3,9 @@
 
 #include <vector>
 
+#include "layout/value.h"
 #include "python/containers.h"
 #include "python/turns.h"
-#include "records/layout.h"
 
 namespace search_analytics {
 

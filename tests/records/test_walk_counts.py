@@ -6,12 +6,11 @@ that is never taken gives right answers, slowly: only counting shows it.
 
 from __future__ import annotations
 
-import sys
 import time
 from collections.abc import Callable, Iterable
 from dataclasses import dataclass, make_dataclass
 from types import SimpleNamespace
-from typing import Any
+from typing import Any, NamedTuple
 
 import pytest
 from kestrune import search_analytics
@@ -44,15 +43,40 @@ def with_own_dictionary(**values: Any) -> Any:
     return record
 
 
-OWN_DICTIONARY: dict[str, Callable[..., Any]] = {"own dictionary": with_own_dictionary}
-# From 3.13 on an instance keeps its array beside the dictionary that somebody asked for.
-KEEPS_ARRAY = sys.version_info >= (3, 13)
+def whose_dictionary_was_asked_for(**values: Any) -> Any:
+    record = INSTANCE(**values)
+    assert vars(record)
+    return record
+
+
+def whose_dictionary_was_exchanged(**values: Any) -> Any:
+    record = INSTANCE()
+    record.__dict__ = values
+    return record
+
+
+class Asking:
+    """A record whose class has a function for attributes that are not found."""
+
+    def __init__(self, **values: Any) -> None:
+        self.__dict__ = values
+
+    def __getattr__(self, name: str) -> Any:
+        raise AttributeError(name)
+
+
+NAMED_TUPLE: Any = NamedTuple("NAMED_TUPLE", [(name, Any) for name in ATTRIBUTES])  # type: ignore[misc]
 
 IN_PLACE: dict[str, Callable[..., Any]] = {
     "instance": INSTANCE,
     "slots": SLOTS,
     "data class": DATA,
-    **(OWN_DICTIONARY if KEEPS_ARRAY else {}),
+    "own dictionary": with_own_dictionary,
+    "dictionary asked for": whose_dictionary_was_asked_for,
+    "dictionary exchanged": whose_dictionary_was_exchanged,
+    "namespace": SimpleNamespace,
+    "named tuple": NAMED_TUPLE,
+    "function for what is missing": Asking,
 }
 """Kinds of records whose attributes have places that we know."""
 
@@ -176,8 +200,6 @@ class Overriding(INSTANCE):  # type: ignore[misc, valid-type]
 ASKED: dict[str, Callable[..., Any]] = {
     "properties": Properties,
     "own look-up": Overriding,
-    "namespace": SimpleNamespace,
-    **({} if KEEPS_ARRAY else OWN_DICTIONARY),
 }
 """Kinds of records that have to be asked."""
 
@@ -188,6 +210,52 @@ def test_other_records_are_asked(question: Question, make: Callable[..., Any]) -
     peeked, asked = walk_counts(question, records_of(make))
     assert peeked == 0
     assert asked >= question.full_walks * NUMBER
+
+
+COLUMNS = {f"gross_returns_{name}": 1.0 for name in ("sharpe", "returns", "drawdown")}
+
+
+class Colliding:
+    """A key that a look-up of a text would ask whether it is equal."""
+
+    def __init__(self, text: str) -> None:
+        self.text = text
+
+    def __hash__(self) -> int:
+        return hash(self.text)
+
+
+class Split:
+    """Its dictionary shares its keys with those of other instances."""
+
+    def __init__(self, **values: Any) -> None:
+        for name, value in values.items():
+            setattr(self, name, value)
+
+
+TABLES: dict[str, Callable[[dict[str, Any]], Any]] = {
+    "keys of any type": lambda item: {**item, 5: "other"},
+    "shared keys": lambda item: vars(Split(**item)),
+    "colliding keys elsewhere": lambda item: {**item, Colliding("other"): 1},
+}
+
+
+@pytest.mark.skipif(not KNOWS_LAYOUT, reason="nothing is read in place on this version")
+@pytest.mark.parametrize("question", QUESTIONS, ids=name_of)
+@pytest.mark.parametrize("sequence", [list, tuple])
+@pytest.mark.parametrize("table", TABLES.values(), ids=TABLES)
+def test_items_of_every_kind_are_read_in_place(
+    question: Question, sequence: Callable[[Iterable[Any]], Any], table: Callable[..., Any]
+) -> None:
+    now = time.time()
+    evals = []
+    for number in range(NUMBER):
+        values = values_of(number, now)
+        for side in ("function_metadata", "feature_metadata"):
+            values[side] = sequence(table(entries) for entries in values[side])
+        evals.append(INSTANCE(**values))
+    _, asked = walk_counts(question, evals)
+    assert asked <= walks_of(question)
 
 
 class Truth:
@@ -204,11 +272,10 @@ class Truth:
         ("turnover", 3, QUESTIONS[:4]),
         ("timestamp", 3, [*QUESTIONS[:4], QUESTIONS[-1]]),
         ("tree_depth", Truth(), QUESTIONS[4:7]),
-        ("function_metadata", ({"function_name": "a"},), [*QUESTIONS[:5], QUESTIONS[7]]),
         ("function_metadata", [{"function_name": 3}], [*QUESTIONS[:5], QUESTIONS[7]]),
-        ("per_column_stats", {1: 2.0, "a": 1.0}, QUESTIONS[:4]),
+        ("per_column_stats", {**COLUMNS, Colliding("gross_returns_sharpe"): 2.0}, QUESTIONS[:4]),
     ],
-    ids=["flag", "int", "time", "depth", "tuple of items", "name", "table"],
+    ids=["flag", "int", "time", "depth", "name", "table"],
 )
 def test_values_of_other_types_are_asked_for(
     name: str, value: Any, questions: list[Question]
@@ -227,9 +294,20 @@ def test_a_yield_analysis_asks_for_what_it_hands_on() -> None:
 
 
 @pytest.mark.skipif(not KNOWS_LAYOUT, reason="nothing is read in place on this version")
+@pytest.mark.parametrize("question", QUESTIONS, ids=name_of)
+@pytest.mark.parametrize("count", [2, 3, 4])
+def test_kinds_that_take_turns_are_read_in_place(question: Question, count: int) -> None:
+    makers = list(IN_PLACE.values())[:count]
+    now = time.time()
+    evals = [makers[number % count](**values_of(number, now)) for number in range(NUMBER)]
+    _, asked = walk_counts(question, evals)
+    assert asked <= count * walks_of(question)
+
+
+@pytest.mark.skipif(not KNOWS_LAYOUT, reason="nothing is read in place on this version")
 def test_a_kind_that_comes_after_too_many_changes_is_asked() -> None:
     values = values_of(0, NOW)
-    mixed = [(INSTANCE if number % 2 else SLOTS)(**values) for number in range(200)]
+    kinds = [type(f"Kind{number}", (INSTANCE,), {}) for number in range(100)]
     question = Question("get_search_patterns", {}, 1)
-    evals = [*mixed, *(DATA(**values) for _ in range(100))]
-    assert walk_counts(question, evals) == (0, 300)
+    evals = [kind(**values) for kind in kinds] + [DATA(**values) for _ in range(100)]
+    assert walk_counts(question, evals) == (0, 200)
