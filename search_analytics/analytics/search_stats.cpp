@@ -280,6 +280,7 @@ class RowWriter {
         are_original_ = are_original_ && window_stats_.was_original();
         if (are_original_) {
             tracking_.defer(stats.get());
+            tracking_.defer(shares.get());
         }
         return stats;
     }

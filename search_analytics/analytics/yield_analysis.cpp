@@ -104,7 +104,11 @@ class Scan {
           names_(state.names()),
           delta_(state, names_._pnl_mi_tamper_delta),
           statuses_(state, attribute_or_none(attribute(engine, names_._tracker), names_._conn)),
-          blank_record_(blank_record(names_)),
+          records_({names_.eval_type, names_.eval_id, names_.strategy_pool_id,
+                    names_.signal_pool_id, names_.strategy_signal_pool, names_.status,
+                    names_.useful_flag, names_.rejection_reason, names_.is_correlation,
+                    names_.is_pnl_mi, names_.agent_is_pnl_mi, names_.failure_reason,
+                    names_.failure_detail, names_.agent_server_is_pnl_mi_delta}),
           findings_(findings) {}
 
     void judge_all(Arg evals) {
@@ -115,25 +119,6 @@ class Scan {
     }
 
    private:
-    // A record whose keys stand in their order, with nothing known.
-    static Ref blank_record(const Names& names) {
-        Ref record = new_dict();
-        for (PyObject* key :
-             {names.eval_type, names.eval_id, names.strategy_pool_id, names.signal_pool_id,
-              names.strategy_signal_pool, names.status, names.useful_flag, names.rejection_reason,
-              names.is_correlation, names.is_pnl_mi, names.agent_is_pnl_mi, names.failure_reason,
-              names.failure_detail, names.agent_server_is_pnl_mi_delta}) {
-            set_item(record, key, Py_None);
-        }
-        return record;
-    }
-
-    static void fill(const Ref& record, PyObject* key, const Ref& value) {
-        if (!value.is_none()) {
-            set_item(record, key, value);
-        }
-    }
-
     // The rationale of an evaluation always, a tamper candidate if anything says so.
     void judge(Asked ev) {
         const Ref eval_type = eval_type_(ev);
@@ -147,25 +132,24 @@ class Scan {
                                   status.rejection_reason.copy(), rejection_reason_.or_none(ev)}};
         const bool is_marked = failure.is_marked_tampering(state_);
 
-        const Ref record = copy_of_dict(blank_record_);
-        fill(record, names_.eval_type, eval_type);
-        fill(record, names_.eval_id, eval_id_(ev));
-        fill(record, names_.strategy_pool_id, strategy_pool_id_.or_none(ev));
-        fill(record, names_.signal_pool_id,
-             pool_of(ev, eval_type, names_.signal, signal_pool_id_, status));
-        fill(record, names_.strategy_signal_pool,
-             pool_of(ev, eval_type, names_.strategy, strategy_signal_pool_, status));
-        fill(record, names_.status, status.status);
-        fill(record, names_.useful_flag, status.useful);
         const auto rejection =
             status.rejection_reason.is_none() ? Failure::kRejection : Failure::kRowRejection;
-        fill(record, names_.rejection_reason, failure.texts[rejection]);
-        fill(record, names_.is_correlation, is_correlation_.or_none(ev));
-        fill(record, names_.is_pnl_mi, server_measure);
-        fill(record, names_.agent_is_pnl_mi, agent_measure);
-        fill(record, names_.failure_reason, failure.texts[Failure::kReason]);
-        fill(record, names_.failure_detail, failure.texts[Failure::kDetail]);
-        fill(record, names_.agent_server_is_pnl_mi_delta, delta);
+        // In the order of the keys, in which the evaluation is asked for what is not known yet.
+        Ref values[] = {eval_type.copy(),
+                        eval_id_(ev),
+                        strategy_pool_id_.or_none(ev),
+                        pool_of(ev, eval_type, names_.signal, signal_pool_id_, status),
+                        pool_of(ev, eval_type, names_.strategy, strategy_signal_pool_, status),
+                        status.status.copy(),
+                        status.useful.copy(),
+                        failure.texts[rejection].copy(),
+                        is_correlation_.or_none(ev),
+                        server_measure.copy(),
+                        agent_measure.copy(),
+                        failure.texts[Failure::kReason].copy(),
+                        failure.texts[Failure::kDetail].copy(),
+                        delta.copy()};
+        const Ref record = records_.make(values);
         append(findings_.rationale, record);
         if (!delta.is_none() || is_marked) {
             add_candidate(record, !delta.is_none(), is_marked);
@@ -208,7 +192,7 @@ class Scan {
     const Names& names_;
     WatchedGlobal delta_;
     SubmissionStatusReader statuses_;
-    Ref blank_record_;
+    DictMould records_;
     Findings& findings_;
 
     AnyValue eval_type_{names_.eval_type};

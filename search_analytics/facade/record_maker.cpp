@@ -1,6 +1,9 @@
 // Making result records.
 #include "facade/record_maker.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "python/turns.h"
 
 namespace search_analytics {
@@ -45,6 +48,7 @@ bool RecordMaker::knows_class() const {
 // Notes the class that was found original, as it is now.
 void RecordMaker::learn_class() {
     class_version_ = 0;
+    mould_.clear();
     auto constructor = dict_entry(members_of_class(class_), state_.words.dunder_init);
     if (!constructor) {
         return;
@@ -97,10 +101,24 @@ Ref RecordMaker::make_prepared(std::initializer_list<Field> fields) {
     // object.__new__ prepares the compact form of an instance's attributes, which a bare
     // allocation does not.
     Ref record = Ref::steal(type->tp_new(type, no_arguments_.get(), nullptr));
-    for (const Field& field : fields) {
-        set_attribute(record, field.name, field.value.object());
+    const Field* next = fields.begin();
+    if (mould_.is_empty() ||
+        !mould_.fill(record.get(), [&] { return (next++)->value.object().copy(); })) {
+        for (const Field& field : fields) {
+            set_attribute(record, field.name, field.value.object());
+        }
+        take_form(record, fields);
     }
     return record;
+}
+
+// Notes where a record of the class has its fields, if the class is known again when it comes.
+void RecordMaker::take_form(const Ref& record, std::initializer_list<Field> fields) {
+    if (class_version_ != 0) {
+        std::vector<PyObject*> names;
+        std::ranges::transform(fields, std::back_inserter(names), &Field::name);
+        mould_.take(record.get(), names);
+    }
 }
 
 }  // namespace search_analytics

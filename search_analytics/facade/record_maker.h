@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "facade/module_state.h"
+#include "layout/mould.h"
 
 namespace search_analytics {
 
@@ -30,7 +31,8 @@ class FieldValue {
 
 // Makes records of one of the module's classes as it stands at each call. Where class and
 // constructor are the module's own, the fields are set directly, which is all that the constructor
-// would do; otherwise the class is called with the fields as keywords.
+// would do, and from the second record on all at once; otherwise the class is called with the
+// fields as keywords.
 class RecordMaker {
    public:
     RecordMaker(const ModuleState& state, PyObject* class_name)
@@ -70,6 +72,7 @@ class RecordMaker {
    private:
     bool knows_class() const;
     void learn_class();
+    void take_form(const Ref& record, std::initializer_list<Field> fields);
 
     const ModuleState& state_;
     PyObject* class_name_;
@@ -82,6 +85,8 @@ class RecordMaker {
     // The class's constructor, and the code that it ran then: exchanging that changes no version.
     Ref constructor_;
     Ref constructor_code_;
+    // Where the class's instances have the fields, once one was made.
+    InstanceMould mould_;
 };
 
 }  // namespace search_analytics

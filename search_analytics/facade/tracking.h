@@ -5,6 +5,7 @@
 
 #include "python/compat.h"
 #include "python/ref.h"
+#include "python/turns.h"
 
 namespace search_analytics {
 
@@ -18,7 +19,7 @@ class DeferredTracking {
     DeferredTracking& operator=(const DeferredTracking&) = delete;
     ~DeferredTracking() {
         if (!thread_is_ending()) {
-            finish();
+            show();
         }
     }
 
@@ -31,8 +32,18 @@ class DeferredTracking {
         }
     }
 
-    // Shows all of them to the collector, as if they had just been made.
+    // Shows all of them to the collector, as if they had just been made. From 3.12 on the collector
+    // runs when code does, not when objects are made: if it is due, it runs before they are shown,
+    // or its turn would come for all of them when the call returns.
     void finish() {
+        if (compat::kCollectsLate && !deferred_.empty()) {
+            give_turn();
+        }
+        show();
+    }
+
+   private:
+    void show() {
         for (const Ref& container : deferred_) {
             if (PyObject_GC_IsTracked(container.get()) == 0) {
                 PyObject_GC_Track(container.get());
@@ -41,7 +52,6 @@ class DeferredTracking {
         deferred_.clear();
     }
 
-   private:
     std::vector<Ref> deferred_;
 };
 

@@ -61,6 +61,15 @@ class Table {
     PyObject* key(std::size_t place) const { return keys_[place * step_]; }
     PyObject* value(std::size_t place) const { return values_[place * value_step_]; }
 
+    // Puts another value into an entry, and gives back the one that was there. REQUIRES: there is
+    // such an entry, of a dictionary that nobody has seen.
+    void exchange_value(std::size_t place, Ref& value) const {
+        assert(place < size_);
+        auto** at = const_cast<PyObject**>(values_ + place * value_step_);
+        PyObject* old = std::exchange(*at, value.release());
+        value = Ref::adopt(old);
+    }
+
     // Whether every key is known to be an exact string.
     bool has_only_text() const { return step_ != kGeneralStep; }
 
@@ -110,6 +119,29 @@ inline Table table_of_keys([[maybe_unused]] const DictKeys& keys) {
     table.size_ = static_cast<std::size_t>(keys.dk_nentries);
 #endif
     return table;
+}
+
+// An entry of a table all of whose keys are strings.
+struct TextEntry {
+    PyObject* key;
+    PyObject* value;
+};
+
+// The entries of an exact dictionary of the most frequent kind: all keys are strings, and the
+// values stand with them. None for any other object, and on versions that keep no such tables.
+inline std::span<const TextEntry> text_entries_of([[maybe_unused]] PyObject* object) {
+#if SEARCH_ANALYTICS_KNOWS_LAYOUT && PY_VERSION_HEX >= 0x030B0000
+    if (is_exact_dict(object)) [[likely]] {
+        const DictKeys& keys = *keys_of(object);
+        if (keys.dk_kind == DICT_KEYS_UNICODE) [[likely]] {
+            assert(reinterpret_cast<PyDictObject*>(object)->ma_values == nullptr);
+            const char* entries = keys.dk_indices + (std::size_t{1} << keys.dk_log2_index_bytes);
+            return {reinterpret_cast<const TextEntry*>(entries),
+                    static_cast<std::size_t>(keys.dk_nentries)};
+        }
+    }
+#endif
+    return {};
 }
 
 // The entries of an exact dictionary. REQUIRES: a build that knows the layout.

@@ -57,15 +57,19 @@ void run_idle_code() {
 
 }  // namespace
 
+void give_turn() {
+    check(PyErr_CheckSignals());
+    run_idle_code();
+    last_turn.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
+}
+
 bool take_turns_by_clock() {
     work_since_look.store(0, std::memory_order_relaxed);
     const auto now = Clock::now().time_since_epoch().count();
     if (now - last_turn.load(std::memory_order_relaxed) < kBetweenTurns.count()) {
         return false;
     }
-    check(PyErr_CheckSignals());
-    run_idle_code();
-    last_turn.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
+    give_turn();
     return true;
 }
 

@@ -30,6 +30,9 @@ inline void note_work(std::size_t work) {
                           std::memory_order_relaxed);
 }
 
+// Gives the others their turn, and the collector if it is due.
+void give_turn();
+
 // Looks at the clock, and gives the others their turn if it is time to.
 bool take_turns_by_clock();
 

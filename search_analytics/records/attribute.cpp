@@ -17,6 +17,24 @@ bool goes_before_instances(PyObject* in_class) {
 
 }  // namespace
 
+PyObject* Attribute::value_elsewhere(PyObject* record) const {
+    const Holding held(here_.shape, record);
+    return value_elsewhere(held.view());
+}
+
+PyObject* Attribute::value_elsewhere(const View& view) const {
+    if (here_.where == Where::kItem) {
+        return here_.number < tuple_size(view.record) ? tuple_item(view.record, here_.number)
+                                                      : nullptr;
+    }
+    return view.table != nullptr ? key_.find(*view.table, here_.entry) : nullptr;
+}
+
+bool Attribute::is_absent_from_dictionary(PyObject* record) const {
+    const Holding held(here_.shape, record);
+    return held.is_complete() && key_.is_missing_in(*held.view().table);
+}
+
 // An ordinary look-up runs no code where it finds a slot, an item of a tuple, or no descriptor and
 // the attribute in the instance itself.
 void Attribute::learn_by_peeking(PyObject* record) {
@@ -28,17 +46,15 @@ void Attribute::learn_by_peeking(PyObject* record) {
         !learn_place(record, in_class)) {
         return;
     }
-    Place& place = places_[current_];
-    const PyObject* found = value_in(place.shape.view(record));
+    const PyObject* found = value_of(record);
+    const Where where = std::exchange(here_.where, Where::kUnknown);
     if (found == nullptr) {
-        place.where = Where::kUnknown;
         return;
     }
     try {
-        place.where = attribute(record, name_).get() == found ? place.where : Where::kUnknown;
+        here_.where = attribute(record, name_).get() == found ? where : Where::kUnknown;
     } catch (const ErrorSet&) {
         forget_error();
-        place.where = Where::kUnknown;
     }
 }
 
@@ -58,7 +74,17 @@ Ref Attribute::ask_anew_or_none(PyObject* record) {
     return std::move(*value);
 }
 
-// Notes the shape of a record in the place after the one last used. Returns whether it is worth
+bool Attribute::select_other(PyObject* record) {
+    const auto found = std::ranges::find_if(
+        elsewhere_, [&](const Place& place) { return place.shape.fits(record); });
+    if (found == elsewhere_.end()) {
+        return false;
+    }
+    std::swap(here_, *found);
+    return true;
+}
+
+// Notes the shape of a record, and forgets the one that was met first. Returns whether it is worth
 // finding out where that keeps things; not for a name that runs code when it is hashed, and not
 // where another thread may empty the place while it is read.
 bool Attribute::is_worth_learning(PyObject* record) {
@@ -66,24 +92,26 @@ bool Attribute::is_worth_learning(PyObject* record) {
         return false;
     }
     --lessons_;
-    current_ = places_[current_].shape.type() == nullptr ? current_ : (current_ + 1) % kMostShapes;
-    places_[current_] = {.shape = Shape(record)};
-    return places_[current_].shape.is_ordinary_where_found();
+    if (here_.shape.type() != nullptr) {
+        std::ranges::rotate(elsewhere_, elsewhere_.end() - 1);
+        elsewhere_.front() = here_;
+    }
+    here_ = {.shape = Shape(record)};
+    return here_.shape.is_ordinary_where_found();
 }
 
 // Where the class puts the attribute, given what stands in the class itself.
 bool Attribute::learn_place(PyObject* record, PyObject* in_class) {
     PyTypeObject* type = Py_TYPE(record);
-    Place& place = places_[current_];
     if (!goes_before_instances(in_class)) {
-        place.number = attribute_number(type, name_);
-        place.where = Where::kOwn;
-    } else if (place.number = slot_offset(type, in_class); place.number >= 0) {
-        place.where = Where::kSlot;
-    } else if (place.number = tuple_place(type, in_class); place.number >= 0) {
-        place.where = Where::kItem;
+        here_.number = attribute_number(type, name_);
+        here_.where = here_.number >= 0 ? Where::kNumbered : Where::kNamed;
+    } else if (here_.number = slot_offset(type, in_class); here_.number >= 0) {
+        here_.where = Where::kSlot;
+    } else if (here_.number = tuple_place(type, in_class); here_.number >= 0) {
+        here_.where = Where::kItem;
     }
-    return place.has_value();
+    return here_.has_value();
 }
 
 // A place is believed only after it has shown the very object that the look-up gave.
@@ -92,10 +120,11 @@ void Attribute::learn(PyObject* record, PyObject* value) {
         return;
     }
     PyObject* in_class = _PyType_Lookup(Py_TYPE(record), name_);
-    Place& place = places_[current_];
-    if (!has_fixed_kind(in_class) || !learn_place(record, in_class) ||
-        value_in(place.shape.view(record)) != value) {
-        place.where = Where::kUnknown;
+    if (!has_fixed_kind(in_class) || !learn_place(record, in_class)) {
+        return;
+    }
+    if (value_of(record) != value) {
+        here_.where = Where::kUnknown;
     }
 }
 
@@ -104,11 +133,10 @@ void Attribute::learn_absence(PyObject* record) {
         return;
     }
     PyTypeObject* type = Py_TYPE(record);
-    Place& place = places_[current_];
-    if (place.shape.is_ordinary() && _PyType_Lookup(type, name_) == nullptr &&
+    if (here_.shape.is_ordinary() && _PyType_Lookup(type, name_) == nullptr &&
         attribute_number(type, name_) < 0) {
-        place.number = numbered_attributes(type);
-        place.where = Where::kNowhere;
+        here_.number = numbered_attributes(type);
+        here_.where = Where::kNowhere;
     }
 }
 

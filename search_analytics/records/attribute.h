@@ -35,20 +35,23 @@ class Attribute {
     }
 
     // The value, borrowed, where its place is known; else null. Runs no code.
-    PyObject* peek(PyObject* record) {
-        return select(record) && place().has_value() ? value_in(place().shape.view(record))
-                                                     : nullptr;
-    }
+    PyObject* peek(PyObject* record) { return turn_to(record) ? value_of(record) : nullptr; }
 
-    // The same of a record whose shape the attribute was told by select(). REQUIRES: it knows it.
+    // The same of a record whose shape the attribute was told by turn_to(). REQUIRES: it knows it.
     PyObject* peek(const View& view) const {
-        assert(place().shape.fits(view.record) && place().has_value());
+        assert(here_.shape.fits(view.record) && here_.has_value());
         return value_in(view);
     }
 
     // The same of a record of which it is not known whether the attribute knows its shape.
     PyObject* peek_if_known(const View& view) const {
-        return place().shape.fits(view.record) && place().has_value() ? value_in(view) : nullptr;
+        if (!here_.shape.fits(view.record)) {
+            return nullptr;
+        }
+        if (here_.where == Where::kNumbered && view.values != nullptr) [[likely]] {
+            return view.values[here_.number];
+        }
+        return here_.has_value() ? value_in(view) : nullptr;
     }
 
     // The value as getattr(record, name, None) gives it, borrowed, if that is known; else null.
@@ -56,119 +59,90 @@ class Attribute {
         if (!select(record)) {
             return nullptr;
         }
-        const View view = place().shape.view(record);
-        if (place().where == Where::kNowhere) {
-            return is_absent(view) ? Py_None : nullptr;
+        if (here_.where == Where::kNowhere) {
+            return is_absent(record) ? Py_None : nullptr;
         }
-        return place().has_value() ? value_in(view) : nullptr;
+        return here_.has_value() ? value_of(record) : nullptr;
     }
 
-    // Turns to the shape of a record; false where it is none of those that are remembered.
-    bool select(PyObject* record) {
-        if (place().shape.fits(record)) [[likely]] {
-            return true;
-        }
-        const auto found = std::ranges::find_if(
-            places_, [&](const Place& place) { return place.shape.fits(record); });
-        if (found == places_.end()) {
-            return false;
-        }
-        current_ = static_cast<std::size_t>(found - places_.begin());
-        return true;
-    }
-
-    // The same, if the place of the attribute in records of that shape is known.
-    bool turn_to(PyObject* record) { return select(record) && place().has_value(); }
+    // Turns to the shape of a record, if the place of the attribute in records of it is known.
+    bool turn_to(PyObject* record) { return select(record) && here_.has_value(); }
 
     // Finds the place in a record whose attribute is not asked for, if asking would run no code.
     void learn_by_peeking(PyObject* record);
 
-    // What stands in the record's place for the attribute, for hints: the attribute may be another
-    // one since the class was changed. Borrowed, or null.
+    // The same as peek(), for hints: the attribute may be another one since the class was changed.
+    // Borrowed, or null.
     PyObject* guess(PyObject* record) const {
-        return is_of_known_class(record) && place().has_value()
-                   ? value_in(place().shape.view(record))
-                   : nullptr;
+        return Py_TYPE(record) == here_.shape.type() && here_.has_value() ? value_of(record)
+                                                                          : nullptr;
     }
 
-    // Hints that the record's place for the attribute will be read soon.
-    void prefetch_place(PyObject* record) const {
-        if (is_of_known_class(record) && place().where == Where::kOwn && place().number >= 0 &&
-            place().shape.has_array()) {
-            if (PyObject** values = instance_values(record)) {
-                prefetch(values + place().number);
-            }
-        }
-    }
-
-    // Hints that the record's dictionary will be read soon, where it has one; and its table.
-    void prefetch_dictionary(PyObject* record) const {
-        if (PyObject* dict = dictionary_pointer(record)) {
-            prefetch(dict);
-        }
-    }
-    void prefetch_table(PyObject* record) const {
-        PyObject* dict = dictionary_pointer(record);
-        if (dict != nullptr && is_exact_dict(dict)) {
-            prefetch_usual_table(keys_of(dict));
+    // Hints that the record's place for the attribute will be read soon. REQUIRES: the array is
+    // that of a record of the shape that the attribute knows.
+    void prefetch_place(PyObject** array) const {
+        assert(array != nullptr);
+        if (here_.where == Where::kNumbered) {
+            prefetch(array + here_.number);
         }
     }
 
    private:
-    enum class Where { kUnknown, kOwn, kSlot, kItem, kNowhere };
+    // kNumbered: in the array of attributes, or else in the dictionary. kNamed: in the dictionary.
+    enum class Where { kUnknown, kNowhere, kNumbered, kSlot, kItem, kNamed };
 
     // Where the instances of a shape keep the attribute.
     struct Place {
         Shape shape;
         Where where = Where::kUnknown;
-        // The number in the array or -1, the offset of the slot, the place in the tuple, or how
-        // many attributes are numbered without this one.
+        // The number in the array, the offset of the slot, the place in the tuple, or how many
+        // attributes are numbered without this one.
         Py_ssize_t number = -1;
         // Where the last dictionary had it: a hint.
         mutable std::size_t entry = 0;
 
-        bool has_value() const { return where != Where::kUnknown && where != Where::kNowhere; }
+        bool has_value() const { return where > Where::kNowhere; }
     };
 
-    const Place& place() const { return places_[current_]; }
+    // Turns to the shape of a record; false where it is none of those that are remembered.
+    bool select(PyObject* record) { return here_.shape.fits(record) || select_other(record); }
+    bool select_other(PyObject* record);
 
-    // A class keeps places for its attributes where they are, whatever is changed about it.
-    bool is_of_known_class(PyObject* record) const {
-        return Py_TYPE(record) == place().shape.type();
-    }
-
-    PyObject* dictionary_pointer(PyObject* record) const {
-        return is_of_known_class(record) ? place().shape.dictionary_pointer(record) : nullptr;
-    }
-
-    // REQUIRES: the place has a value, in records of the class of this one.
-    PyObject* value_in(const View& view) const {
-        const Place& place = places_[current_];
-        assert(Py_TYPE(view.record) == place.shape.type());
-        switch (place.where) {
-            case Where::kOwn:
-                if (view.values != nullptr) [[likely]] {
-                    return place.number >= 0 ? view.values[place.number] : nullptr;
-                }
-                return key_.find(view.table, place.entry);
-            case Where::kSlot:
-                return *reinterpret_cast<PyObject**>(reinterpret_cast<char*>(view.record) +
-                                                     place.number);
-            default:
-                assert(place.where == Where::kItem);
-                return place.number < tuple_size(view.record)
-                           ? tuple_item(view.record, place.number)
-                           : nullptr;
+    // The value in a record of the class that is known. REQUIRES: the place has one.
+    PyObject* value_of(PyObject* record) const {
+        assert(Py_TYPE(record) == here_.shape.type() && here_.has_value());
+        if (here_.where == Where::kNumbered) [[likely]] {
+            if (PyObject** array = instance_values(record)) [[likely]] {
+                return array[here_.number];
+            }
         }
+        return here_.where == Where::kSlot ? slot_of(record) : value_elsewhere(record);
     }
+
+    // The same, given what the record holds. REQUIRES: as before.
+    PyObject* value_in(const View& view) const {
+        assert(Py_TYPE(view.record) == here_.shape.type() && here_.has_value());
+        if (here_.where == Where::kNumbered && view.values != nullptr) [[likely]] {
+            return view.values[here_.number];
+        }
+        return here_.where == Where::kSlot ? slot_of(view.record) : value_elsewhere(view);
+    }
+
+    PyObject* slot_of(PyObject* record) const {
+        return *reinterpret_cast<PyObject**>(reinterpret_cast<char*>(record) + here_.number);
+    }
+
+    // The same in records of less frequent kinds.
+    PyObject* value_elsewhere(PyObject* record) const;
+    PyObject* value_elsewhere(const View& view) const;
 
     // An instance whose attributes are in their array has none that its class does not number.
-    bool is_absent(const View& view) const {
-        if (view.values != nullptr) {
-            return numbered_attributes(place().shape.type()) == place().number;
-        }
-        return view.is_complete && key_.is_missing_in(view.table);
+    bool is_absent(PyObject* record) const {
+        return here_.shape.array(record) != nullptr
+                   ? numbered_attributes(here_.shape.type()) == here_.number
+                   : is_absent_from_dictionary(record);
     }
+    bool is_absent_from_dictionary(PyObject* record) const;
 
     Ref ask_anew(PyObject* record);
     Ref ask_anew_or_none(PyObject* record);
@@ -178,9 +152,10 @@ class Attribute {
     void learn_absence(PyObject* record);
 
     PyObject* name_;
+    // The place in records of the shape last met, and in those of others.
+    Place here_;
+    std::array<Place, kMostShapes - 1> elsewhere_;
     TableKey key_;
-    std::array<Place, kMostShapes> places_;
-    std::size_t current_ = 0;
     // How many more shapes are worth learning: a list that mixes many is read in the ordinary way.
     int lessons_ = 64;
 };

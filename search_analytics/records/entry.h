@@ -16,62 +16,23 @@ class TableKey {
     explicit TableKey(PyObject* key)
         : key_(is_exact_str(key) ? key : nullptr), hash_(key_ != nullptr ? text_hash(key_) : 0) {}
 
+    // Whether a key of a table all of whose keys are strings is this one; null is none.
+    bool is(PyObject* key) const {
+        return key == key_ ? key != nullptr
+                           : key != nullptr && known_hash(key) == hash_ && key_ != nullptr &&
+                                 same_text(key, key_);
+    }
+
     // The value under the key, borrowed; or null where there is none, or where it takes an ordinary
     // look-up to tell. `place` is where it was found last.
-    PyObject* find(const Table& table, std::size_t& place) const {
-        if (key_ == nullptr) {
-            return nullptr;
-        }
-        if (place < table.size() && table.key(place) == key_ && table.has_only_text()) [[likely]] {
-            return table.value(place);
-        }
-        return search(table, place);
-    }
+    PyObject* find(const Table& table, std::size_t& place) const;
 
     // Whether the key is surely not in the table.
-    bool is_missing_in(const Table& table) const {
-        std::size_t place = 0;
-        return key_ != nullptr && table.has_only_text() && table.size() <= kMostSearched &&
-               search(table, place) == nullptr;
-    }
+    bool is_missing_in(const Table& table) const;
 
    private:
-    // Through more entries than this it is quicker to go by the hash.
-    static constexpr std::size_t kMostSearched = 32;
-
-    bool is_at(const Table& table, std::size_t place) const {
-        PyObject* key = table.key(place);
-        return key == key_ || (key != nullptr && PyUnicode_CheckExact(key) &&
-                               known_hash(key) == hash_ && same_text(key, key_));
-    }
-
-    // A look-up would ask any key that has the same hash and is no exact string.
-    bool may_be_asked_at(const Table& table, std::size_t place) const {
-        return table.key(place) != nullptr && table.hash(place) == hash_ &&
-               !PyUnicode_CheckExact(table.key(place));
-    }
-
-    PyObject* search(const Table& table, std::size_t& place) const {
-        if (place < table.size() && is_at(table, place) && table.has_only_text()) {
-            return table.value(place);
-        }
-        if (table.size() > kMostSearched) {
-            return nullptr;
-        }
-        PyObject* found = nullptr;
-        for (std::size_t i = 0; i < table.size(); ++i) {
-            if (found == nullptr && is_at(table, i)) {
-                place = i;
-                found = table.value(i);
-                if (table.has_only_text()) {
-                    return found;
-                }
-            } else if (!table.has_only_text() && may_be_asked_at(table, i)) {
-                return nullptr;
-            }
-        }
-        return found;
-    }
+    bool is_at(const Table& table, std::size_t place) const;
+    PyObject* search(const Table& table, std::size_t& place) const;
 
     PyObject* key_ = nullptr;
     Py_hash_t hash_ = 0;
@@ -92,10 +53,12 @@ class Entry {
     // The value under the key, borrowed; or null where it takes an ordinary look-up to tell. Runs
     // no code.
     PyObject* peek(PyObject* object) {
-        if (!kKnowsLayout || !is_exact_dict(object)) {
-            return nullptr;
+        const auto entries = text_entries_of(object);
+        if (place_ < entries.size() && key_.is(entries[place_].key)) [[likely]] {
+            return entries[place_].value;
         }
-        return key_.find(table_of(object), place_);
+        return kKnowsLayout && is_exact_dict(object) ? key_.find(table_of(object), place_)
+                                                     : nullptr;
     }
 
     // Hints that the dictionary will be looked into soon. Reads the dictionary, not its table.
@@ -109,14 +72,10 @@ class Entry {
 
     // Hints that the entry will be read soon. Reads the table.
     void prefetch_entry(PyObject* object) const {
-        if (!kKnowsLayout || !is_exact_dict(object)) {
-            return;
-        }
-        const Table table = table_of(object);
-        if (place_ < table.size() && table.key(place_) != nullptr &&
-            table.value(place_) != nullptr) {
-            prefetch_text(table.key(place_));
-            prefetch_value(table.value(place_));
+        const auto entries = text_entries_of(object);
+        if (place_ < entries.size()) {
+            prefetch_text(entries[place_].key);
+            prefetch_value(entries[place_].value);
         }
     }
 

@@ -59,18 +59,24 @@ class FieldsOfWalk {
     // To be called when code has run: it may have changed whatever the fields know but shapes.
     void note_code() { is_stale_ = true; }
 
-    // What a record holds itself. REQUIRES: the fields are ready for it.
-    View view(PyObject* record) const {
-        assert(shape().fits(record));
-        return shape().view(record);
-    }
+    // The shape that the fields have turned to, or one that fits no record.
+    const Shape& shape() const { return shapes_[current_]; }
 
     // Lets every field peek at the record; false where one of them cannot. REQUIRES: the fields are
     // ready for it.
     bool peek(PyObject* record) {
         assert(shape().fits(record));
-        const View seen = view(record);
-        return std::apply([&](auto&... field) { return (field.peek(seen) && ...); }, fields_);
+        return with_view(record, [&](const View& view) {
+            return std::apply([&](auto&... field) { return (field.peek(view) && ...); }, fields_);
+        });
+    }
+
+    // What `visit` says of what a record holds. REQUIRES: the record is of the fields' shape.
+    template <typename Visit>
+    bool with_view(PyObject* record, Visit&& visit) const {
+        assert(shape().fits(record));
+        const View view = {record, shape().array(record)};
+        return view.values != nullptr ? visit(view) : without_array(record, visit);
     }
 
     // Takes over the shape of a record that nobody has asked, where asking would run no code.
@@ -92,10 +98,14 @@ class FieldsOfWalk {
     }
 
    private:
+    template <typename Visit>
+    [[gnu::noinline]] bool without_array(PyObject* record, Visit& visit) const {
+        const Holding held(shape(), record);
+        return visit(held.view());
+    }
+
     // The place of no shape: one that fits no record.
     static constexpr std::size_t kNone = kMostShapes;
-
-    const Shape& shape() const { return shapes_[current_]; }
 
     // Turns to one of the known shapes that fits the record, if all fields know it still.
     bool turn_to(PyObject* record) {
@@ -188,7 +198,7 @@ void for_each_evaluation(Arg evals, MayPeek&& may_peek, Count&& count, Fields&..
     const Ref list = evals.share();
     const ReadAhead ahead = known.read_ahead();
     for (Py_ssize_t i = 0; i < list_size(list); ++i) {
-        ahead.prefetch_from(list.get(), i);
+        ahead.prefetch_from(list.get(), i, known.shape());
         PyObject* record = items_in_place(list.get())[i];
         if (!known.are_ready_for(record)) {
             visit_after_code(Ref::share(record).get());
@@ -219,9 +229,10 @@ bool peek_each_evaluation(Arg evals, Count&& count, First& first, Others&... oth
     }
     const Ref list = evals.share();
     FieldsOfWalk<First, Others...> known(first, others...);
-    const ReadAhead ahead = known.read_ahead();
+    ReadAhead ahead;
+    first.read_ahead(ahead);
     for (Py_ssize_t i = 0; i < list_size(list); ++i) {
-        ahead.prefetch_from(list.get(), i);
+        ahead.prefetch_from(list.get(), i, known.shape());
         PyObject* record = items_in_place(list.get())[i];
         if (!known.are_ready_for(record)) {
             known.learn_by_peeking(Ref::share(record).get());
@@ -230,8 +241,8 @@ bool peek_each_evaluation(Arg evals, Count&& count, First& first, Others&... oth
                 return false;
             }
         }
-        const View view = known.view(record);
-        if (!first.peek(view) || !count(view)) {
+        if (!known.with_view(record,
+                             [&](const View& view) { return first.peek(view) && count(view); })) {
             return false;
         }
         walk_counts.add_peeked();

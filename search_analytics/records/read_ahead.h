@@ -39,19 +39,16 @@ class ReadAhead {
         add_shared(attribute);
     }
 
-    // Asks for what will be needed of the records in the list from place `i` on.
-    void prefetch_from(PyObject* list, Py_ssize_t i) const {
+    // Asks for what will be needed of the records in the list from place `i` on, if they are of
+    // this shape.
+    void prefetch_from(PyObject* list, Py_ssize_t i, const Shape& shape) const {
         const Py_ssize_t size = list_size(list);
         PyObject* const* records = items_in_place(list) + i;
-        if (i + kRecords < size && !places_.empty()) {
+        if (i + kRecords < size) {
             prefetch_instance(records[kRecords]);
-            places_.front()->prefetch_dictionary(records[kDictionaries]);
         }
-        if (i + kArrays < size) {
-            places_.front()->prefetch_table(records[kArrays]);
-            for (const Attribute* place : places_) {
-                place->prefetch_place(records[kArrays]);
-            }
+        if (i + kDictionaries < size) {
+            prefetch_held(records, shape);
             prefetch_values(records[kValues]);
             if (!tables_.empty()) {
                 prefetch_tables(records);
@@ -71,8 +68,8 @@ class ReadAhead {
         kTables = 13,
         kValues = 16,
         kArrays = 19,
-        kDictionaries = 23,
-        kRecords = 27,
+        kDictionaries = 21,
+        kRecords = 23,
     };
     // The longest stretch of a list that is asked for ahead.
     static constexpr std::size_t kPrefetchedItems = 8;
@@ -98,6 +95,30 @@ class ReadAhead {
     static void for_first_items(PyObject* object, Visit&& visit) {
         const auto items = items_of(object);
         std::for_each_n(items.begin(), std::min(items.size(), kPrefetchedItems), visit);
+    }
+
+    // Asks for the arrays in which records hold their attributes, or their dictionaries and the
+    // tables of these.
+    void prefetch_held(PyObject* const* records, const Shape& shape) const {
+        PyObject* record = records[kArrays];
+        if (Py_TYPE(record) != shape.type()) {
+            return;
+        }
+        if (PyObject** array = shape.array(record)) [[likely]] {
+            for (const Attribute* place : places_) {
+                place->prefetch_place(array);
+            }
+            return;
+        }
+        PyObject* dict = shape.dictionary(record);
+        if (dict != nullptr && is_exact_dict(dict)) {
+            prefetch_usual_table(keys_of(dict));
+        }
+        PyObject* next = records[kDictionaries];
+        if (Py_TYPE(next) == shape.type() && shape.array(next) == nullptr &&
+            shape.dictionary(next) != nullptr) {
+            prefetch(shape.dictionary(next));
+        }
     }
 
     void prefetch_values(PyObject* record) const {
