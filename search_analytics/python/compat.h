@@ -136,7 +136,11 @@ inline bool is_ready_text([[maybe_unused]] PyObject* text) {
 // Whether this thread, which is inside of a call, holds its interpreter's lock still, or has been
 // refused it because the process ends.
 inline bool holds_lock() {
+#if PY_VERSION_HEX >= 0x030D0000
+    const PyThreadState* current = PyThreadState_GetUnchecked();
+#else
     const PyThreadState* current = _PyThreadState_UncheckedGet();
+#endif
 #if PY_VERSION_HEX >= 0x030C0000
     // Each thread knows its own state, and has none while it waits for the lock.
     return current != nullptr;
