@@ -10,6 +10,7 @@ DATABASE ?= sqlite
 QUICK ?=
 SAMPLE ?=
 SANITIZE ?=
+WITH_DEBUG ?=
 FUZZ_SECONDS ?= 60
 ARGS ?=
 SKIP ?=
@@ -68,6 +69,10 @@ test: build $(STAMPS)/test ## run the whole test suite in dev mode
 .PHONY: check
 check: ## do what CI does: tests, lint, sanitizers, random programs, assertions, faults, other CPythons
 	@.ci/run
+
+.PHONY: interpreters
+interpreters: $(STAMPS)/venv ## get the CPythons that this machine lacks from Debian (WITH_DEBUG=1: debug builds, too)
+	@$(PY) tools/interpreters.py $(if $(WITH_DEBUG),--debug)
 
 .PHONY: matrix
 matrix: $(STAMPS)/venv ## run the tests on every CPython found (SKIP=3.11 leaves one out)

@@ -2,7 +2,7 @@
 
 Prints one line `version path` for each minor version from 3.10 on, oldest first, and says on
 standard error which ones are left out and why. Looks for `python3.N` on PATH, then among the
-interpreters that pyenv manages.
+interpreters that pyenv manages, then among those that `make interpreters` got.
 """
 
 from __future__ import annotations
@@ -15,7 +15,8 @@ import sys
 from collections.abc import Iterator
 from pathlib import Path
 
-MINORS = range(10, 15)
+MINORS = range(10, 16)
+INTERPRETERS = Path(__file__).resolve().parents[1] / "build/interpreters/root/usr/bin"
 
 PROBE = """
 import importlib.util, os, sys, sysconfig
@@ -50,18 +51,20 @@ def candidates(minor: int) -> Iterator[str]:
     versions = pyenv_versions()
     if versions is not None:
         yield from (str(path) for path in sorted(versions.glob(f"3.{minor}.*/bin/{name}")))
+    if (INTERPRETERS / name).is_file():
+        yield str(INTERPRETERS / name)
 
 
-def usable(minor: int) -> str | None:
-    """Return the first interpreter that answers as 3.`minor`; tell why others do not serve."""
-    seen = False
+def usable(minor: int, say: bool = True) -> str | None:
+    """Return the first interpreter that answers as 3.`minor`; say why others do not serve."""
+    seen = not say
     for path in candidates(minor):
         probe = subprocess.run([path, "-c", PROBE], capture_output=True, text=True)
         state, _, rest = probe.stdout.strip().partition(" ")
         version, _, executable = rest.partition(" ")
         if probe.returncode == 0 and state == "ok" and version == f"3.{minor}":
             return executable
-        if probe.returncode == 0:  # Otherwise a shim for a version that is not switched on.
+        if probe.returncode == 0 and say:  # Otherwise a shim for a version that is not switched on.
             print(f"CPython 3.{minor}: {path} {probe.stdout.strip()}", file=sys.stderr)
             seen = True
     if not seen:

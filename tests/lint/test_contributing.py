@@ -66,7 +66,8 @@ def test_make_check_does_what_ci_does() -> None:
     assert "\ncheck: ## " in MAKEFILE
     assert re.search(r"^check:.*\n\t@\.ci/run$", MAKEFILE, re.MULTILINE)
     steps = re.findall(r"^ *step \w+ make (?:-j\d+ )?(\w+)", text_of(".ci/run"), re.MULTILINE)
-    assert steps == ["test", "lint", "sanitize", "fuzz", "debug", "faults", "matrix", "bench"]
+    checks = ["test", "lint", "sanitize", "fuzz", "debug", "faults", "interpreters", "matrix"]
+    assert steps == [*checks, "bench"]
 
 
 # Where things go.
