@@ -10,10 +10,8 @@ got, and why it could not get others, which is no error.
 from __future__ import annotations
 
 import argparse
-import os
 import shutil
 import subprocess
-import sys
 import tempfile
 from pathlib import Path
 
@@ -26,20 +24,21 @@ CONTENTS = FOLDER / "contents.txt"
 
 SUITE = "sid"
 KEYRING = Path("/usr/share/keyrings/debian-archive-keyring.gpg")
-# What Debian's interpreters are told about places, as the value of a build variable.
+# Where the values of an interpreter's build variables begin that are places.
 PLACES = ("/usr/include", "/usr/lib", "/usr/share/python-wheels")
 
 
-class NotHere(Exception):
+class UnavailableError(Exception):
     """Why nothing can be had on this machine."""
 
 
-def run(command: list[str | Path], cwd: Path | None = None) -> str:
-    """Run a program and return its output; raise NotHere with its last words when it fails."""
-    done = subprocess.run(command, capture_output=True, text=True, cwd=cwd)
+def run(command: list[str | Path]) -> str:
+    """Run a program and return its output; raise UnavailableError with what it says of an error."""
+    done = subprocess.run(command, capture_output=True, text=True)
     if done.returncode != 0:
-        words = (done.stderr or done.stdout).strip().splitlines() or ["it says nothing"]
-        raise NotHere(f"{Path(command[0]).name} failed: {words[-1]}")
+        lines = (done.stderr or done.stdout).strip().splitlines() or ["it says nothing"]
+        error = next((line for line in lines if line.startswith("E:")), lines[-1])
+        raise UnavailableError(f"{Path(command[0]).name} failed: {error}")
     return done.stdout
 
 
@@ -47,13 +46,11 @@ def archive() -> str:
     """Return the address of the Debian archive that apt is set up for."""
     for program in ("apt-get", "apt-cache", "dpkg-deb"):
         if not shutil.which(program):
-            raise NotHere(f"there is no {program}")
-    lines = run(
-        ["apt-get", "indextargets", "--format", "$(REPO_URI)"]
-        + ["Created-By: Packages", "Origin: Debian", "Label: Debian"]
-    )
+            raise UnavailableError(f"there is no {program}")
+    main = ("Created-By: Packages", "Origin: Debian", "Label: Debian")
+    lines = run(["apt-get", "indextargets", "--format", "$(REPO_URI)", *main])
     if not lines:
-        raise NotHere("apt knows no archive of Debian's (or needs an `apt-get update` first)")
+        raise UnavailableError("apt knows no archive of Debian's, or needs an `apt-get update`")
     return lines.splitlines()[0]
 
 
@@ -76,6 +73,7 @@ class Apt:
             "Dir::State::lists": folder / "lists",
             "Dir::State::status": folder / "status",
             "Dir::Cache": folder / "cache",
+            "Acquire::Languages": "none",
             "APT::Sandbox::User": "root",
             "APT::Install-Recommends": "false",
             "APT::Update::Error-Mode": "any",
@@ -161,8 +159,8 @@ def main() -> None:
         try:
             fetch(minors, debug)
             CONTENTS.write_text(contents + "\n")
-        except NotHere as reason:
-            print(f"No other CPythons from Debian's {SUITE}: {reason}.")
+        except UnavailableError as reason:
+            print(f"No other CPythons from Debian's {SUITE}: {reason}")
     for minor in minors:
         found = usable(minor, say=False)
         print(f"CPython 3.{minor}: {found or 'left out'}")
