@@ -116,13 +116,15 @@ void check_named_tuples(const Names& names) {
 }  // namespace
 
 void check_layout() {
-    if (kKnowsLayout) {
-        const Names names;
-        check_tables(names);
-        check_attributes(names);
-        check_slots(names);
-        check_named_tuples(names);
+    if constexpr (!kKnowsLayout) {
+        PySys_WriteStderr("kestrune.search_analytics reads no record in place on this CPython\n");
+        return;
     }
+    const Names names;
+    check_tables(names);
+    check_attributes(names);
+    check_slots(names);
+    check_named_tuples(names);
 }
 #else
 void check_layout() {}

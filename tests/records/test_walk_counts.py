@@ -14,6 +14,7 @@ from typing import Any, NamedTuple
 
 import pytest
 from kestrune import search_analytics
+from support.children import run_child
 from support.interpreter import KNOWS_LAYOUT
 from support.parts import NOW, pool
 from support.records import ATTRIBUTES, HistoryTracker
@@ -177,6 +178,11 @@ def test_records_of_another_kind_are_learned_when_they_come(question: Question) 
         assert asked <= 3 * (3 + 3)
     else:
         assert asked <= 3 * walks_of(question)
+
+
+def test_a_version_on_which_nothing_is_read_in_place_is_told_of_at_import() -> None:
+    said = run_child("import kestrune.search_analytics").stderr
+    assert ("reads no record in place" in said) is not KNOWS_LAYOUT
 
 
 class Properties:

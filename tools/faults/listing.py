@@ -35,8 +35,9 @@ CANNOT_FAIL = {
     *("PyGILState_GetThisThreadState", "PyInterpreterState_Get", "PyInterpreterState_Main"),
     *("PyModuleDef_Init", "PyModule_GetDict", "PyModule_GetState", "PyObject_ClearWeakRefs"),
     *("PyObject_GC_IsTracked", "PyObject_GC_Track", "PyObject_GC_UnTrack"),
-    *("PyThreadState_EnterTracing", "PyThreadState_Get", "PyThreadState_GetUnchecked"),
-    *("PyThreadState_LeaveTracing", "PyThread_get_thread_ident", "PyType_IsSubtype"),
+    *("PySys_WriteStderr", "PyThreadState_EnterTracing", "PyThreadState_Get"),
+    *("PyThreadState_GetUnchecked", "PyThreadState_LeaveTracing"),
+    *("PyThread_get_thread_ident", "PyType_IsSubtype"),
     *("PyWeakref_GetObject", "Py_IsFinalizing", "Py_LeaveRecursiveCall"),
     *("_PyThreadState_UncheckedGet", "_Py_Dealloc", "_Py_IsFinalizing"),
     # Where the keys of a class fail to compare, it finds nothing, and so does the interpreter.
