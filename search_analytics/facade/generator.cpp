@@ -131,17 +131,14 @@ void warn_of_old_signature([[maybe_unused]] PyObject* arguments) {
 }
 
 // The exception that throw(type, value, traceback) means, a type that is a class: made if need be,
-// or the error of making it. With the traceback given, and no other.
+// or the error of making it. With the traceback given; without one, the interpreter decides whether
+// the exception's own stays.
 Ref made_exception(PyObject* type, PyObject* value, PyObject* traceback) {
     PyObject* error_type = Py_NewRef(type);
     PyObject* error = Py_XNewRef(value);
     PyObject* own_traceback = Py_XNewRef(traceback);
     PyErr_NormalizeException(&error_type, &error, &own_traceback);
-    const Ref taken_type = Ref::steal(error_type);
-    Ref exception = Ref::steal(error);
-    const Ref shown = own_traceback == nullptr ? Ref::none() : Ref::steal(own_traceback);
-    check(PyException_SetTraceback(exception.get(), shown.get()));
-    return exception;
+    return Ref::steal(compat::exception_with_traceback(error_type, error, own_traceback));
 }
 
 // The exception object that throw(type, value, traceback) asks for.

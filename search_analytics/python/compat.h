@@ -199,6 +199,22 @@ inline PyObject* take_raised_exception() {
 #endif
 }
 
+// An exception as it is once it has been raised with a traceback, or with null. Takes over what it is
+// given. REQUIRES: they are normalised.
+inline PyObject* exception_with_traceback(PyObject* type, PyObject* value, PyObject* traceback) {
+    assert(PyExceptionInstance_Check(value));
+#if PY_VERSION_HEX >= 0x030C0000
+    // Late releases of 3.14 keep the exception's own traceback where there is no other.
+    PyErr_Restore(type, value, traceback);
+    return PyErr_GetRaisedException();
+#else
+    PyException_SetTraceback(value, traceback != nullptr ? traceback : Py_None);
+    Py_DECREF(type);
+    Py_XDECREF(traceback);
+    return value;
+#endif
+}
+
 // Puts `exception` (a new reference, which is taken over) back into the error indicator.
 inline void restore_raised_exception(PyObject* exception) {
 #if PY_VERSION_HEX >= 0x030C0000
