@@ -62,8 +62,13 @@ int set_typed(PyObject* self, PyObject* value, void* closure) noexcept {
 Ref worked_out_annotations(Arg annotate) {
     Ref annotations = call(annotate, new_int(1));
     if (!PyDict_Check(annotations.get())) {
+#if PY_VERSION_HEX >= 0x030F0000
+        raise(PyExc_TypeError,
+              format("__annotate__() must return a dict, not %T", annotations.get()));
+#else
         raise(PyExc_TypeError, format("__annotate__ returned non-dict of type '%s'",
                                       Py_TYPE(annotations.get())->tp_name));
+#endif
     }
     return annotations;
 }
