@@ -41,9 +41,6 @@ inline constexpr bool kHasLock = false;
 inline constexpr bool kHasLock = true;
 #endif
 
-// Whether a frozenset comes into the collector's sight by what is added to it.
-inline constexpr bool kShowsSets = PY_VERSION_HEX >= 0x030F0000;
-
 // Whether a collection that is due waits until code runs, or an object is made.
 inline constexpr bool kCollectsLate = PY_VERSION_HEX >= 0x030C0000;
 

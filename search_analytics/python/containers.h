@@ -143,23 +143,22 @@ inline std::size_t dict_size(Arg dict) {
 inline Ref copy_of_dict(Arg dict) { return Ref::steal(PyDict_Copy(dict)); }
 inline Ref items_of_dict(Arg dict) { return Ref::steal(PyDict_Items(dict)); }
 
-// Keeps a container out of the collector's sight, and of everybody who asks the collector for all
-// objects, while it is filled; and shows it again.
-inline void hide_from_collector(const Ref& container) { PyObject_GC_UnTrack(container.get()); }
-inline void show_to_collector(const Ref& container) {
-    if (PyObject_GC_IsTracked(container.get()) == 0) {
-        PyObject_GC_Track(container.get());
-    }
-}
-
 inline void add_to_set(const Ref& set, Arg item) { check(PySet_Add(set.get(), item)); }
 
-// The same for a set that is hidden, and stays so.
-inline void add_to_hidden_set(const Ref& set, Arg item) {
-    add_to_set(set, item);
-    if (compat::kShowsSets) {
-        hide_from_collector(set);
-    }
+// An empty set to be filled and made a frozenset: out of sight of the collector, and of everybody
+// who asks it for all objects. A frozenset that somebody else has found takes nothing more, and
+// from 3.15 on comes into sight by what is added to it; a set does neither.
+inline Ref new_hidden_set() {
+    Ref set = Ref::steal(PySet_New(nullptr));
+    PyObject_GC_UnTrack(set.get());
+    return set;
+}
+
+// Makes that set a frozenset, which is in sight. The two are alike but for their type.
+inline void show_frozen(const Ref& set) {
+    assert(PySet_CheckExact(set.get()));
+    Py_SET_TYPE(set.get(), &PyFrozenSet_Type);
+    PyObject_GC_Track(set.get());
 }
 
 }  // namespace search_analytics

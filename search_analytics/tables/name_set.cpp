@@ -5,7 +5,7 @@ namespace search_analytics {
 
 void NameSet::drop_owned() {
     owned_.clear();
-    frozen_ = Ref();
+    set_ = Ref();
 }
 
 void NameSet::add(Arg value) {
@@ -25,23 +25,21 @@ void NameSet::add(Arg value) {
         }
     }
     if (is_exact()) {
-        freeze();
+        make_set();
     }
-    add_to_hidden_set(frozen_, value);
+    add_to_set(set_, value);
 }
 
 // Making a set can run code: it may start the garbage collector.
-void NameSet::freeze() {
+void NameSet::make_set() {
     if (owned_.empty()) {
         for (const Name& name : names_) {
             owned_.push_back(Ref::share(name.text));
         }
     }
-    frozen_ = new_frozenset();
-    // Nobody can add to a frozenset that somebody else has found, too.
-    hide_from_collector(frozen_);
+    set_ = new_hidden_set();
     for (const Ref& name : owned_) {
-        add_to_hidden_set(frozen_, name);
+        add_to_set(set_, name);
     }
     names_.clear();
     owned_.clear();
@@ -49,10 +47,10 @@ void NameSet::freeze() {
 
 Ref NameSet::frozen() {
     if (is_exact()) {
-        freeze();
+        make_set();
     }
-    show_to_collector(frozen_);
-    return std::move(frozen_);
+    show_frozen(set_);
+    return std::move(set_);
 }
 
 }  // namespace search_analytics

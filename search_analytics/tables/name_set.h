@@ -16,7 +16,7 @@ struct Name {
 };
 
 // As long as the values are a few exact strings the set is only a list of them, and costs no set;
-// anything else makes it a real frozenset, filled in the same order, so that foreign hashes and
+// anything else makes it a real set, filled in the same order, so that foreign hashes and
 // comparisons run as they should.
 class NameSet {
    public:
@@ -37,7 +37,7 @@ class NameSet {
     bool add_borrowed(PyObject* text);
 
     // Whether the distinct values all stand in names(), in the order in which they were met.
-    bool is_exact() const { return frozen_.empty(); }
+    bool is_exact() const { return set_.empty(); }
     const std::vector<Name>& names() const { return names_; }
 
     // Whether all values are exact strings, be they few or many.
@@ -53,13 +53,13 @@ class NameSet {
     bool is_present(const Name& name) const;
     // Kept out of clear(), which most records pass without it.
     [[gnu::noinline]] void drop_owned();
-    void freeze();
+    void make_set();
 
     std::vector<Name> names_;
     // The references to them, where the set has any.
     std::vector<Ref> owned_;
-    // Out of the collector's sight until it is handed over.
-    Ref frozen_;
+    // What becomes the frozenset, hidden until it is handed over.
+    Ref set_;
     bool holds_only_str_ = true;
 };
 
