@@ -30,7 +30,7 @@ class Labels:
         self.made: dict[int, tuple[str, Any]] = {}
 
     def own(self, label: str, value: Any) -> Any:
-        """An object of its own that equals `value`: text of two letters or more, or a number."""
+        """An object of its own that equals `value`: text of two letters or more, a large number."""
         if isinstance(value, str):
             made: Any = "".join(list(value))
         elif isinstance(value, float):
@@ -160,7 +160,7 @@ ARGUMENTS: dict[str, tuple[str, Arguments]] = {
     ),
     "suggestions": ("get_suggestions", {}),
     "patterns": ("get_search_patterns", {"era_id": "era-1"}),
-    "velocity": ("get_search_velocity", {"windows": [300, 1.5, 300, 1.5]}),
+    "velocity": ("get_search_velocity", {"windows": [3000, 1.5, 3000, 1.5]}),
     "yield": ("get_yield_analysis", {"recent_window_minutes": 1000.5}),
     "correlations": ("get_correlation_patterns", {}),
     "correlations cut": ("get_correlation_patterns", {"top_n": 1}),

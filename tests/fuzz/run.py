@@ -89,7 +89,8 @@ class Child:
         if self.process.returncode != 0:
             code = f"exit code {self.process.returncode} of the child"
             what = "it hangs" if self._hangs else code
-            found[self.seed()] = f"{what}\n{self._errors.read_text()[-3000:]}"
+            # Enough for a stack of Python and, from 3.14 on, one of C after it.
+            found[self.seed()] = f"{what}\n{self._errors.read_text()[-12000:]}"
         return found
 
 

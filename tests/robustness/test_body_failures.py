@@ -7,7 +7,8 @@ from support.children import run_child
 
 ATTEMPT = """
     import sys
-    import dataclasses, enum, math, os, time, types, typing  # whole, before anything is patched
+    # Whole, before anything is patched: some import others only when they need them.
+    import dataclasses, enum, math, os, re, time, types, typing
 
     class Planned(Exception):
         pass
