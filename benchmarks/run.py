@@ -8,6 +8,7 @@ writes into the build folder.
 import argparse
 import os
 import sys
+from dataclasses import replace
 
 import paths
 
@@ -22,6 +23,13 @@ def parse_arguments() -> argparse.Namespace:
         metavar="TEXT",
         help="only the operations whose label contains TEXT, and nothing else; nothing is written",
     )
+    parser.add_argument(
+        "--only",
+        choices=("fresh", "kinds"),
+        help="only the extension and the model on fresh records, or on those of every kind, in "
+        "seconds with -k; nothing is written",
+    )
+    parser.add_argument("--rounds", type=int, metavar="N", help="so many rounds")
     return parser.parse_args()
 
 
@@ -31,9 +39,18 @@ def main() -> None:
     # The rest needs what is on the path only now.
     from agreement import DisagreementError
     from settings import FULL, QUICK
+
+    settings = QUICK if arguments.quick else FULL
+    if arguments.rounds:
+        settings = replace(settings, rounds=arguments.rounds, side_rounds=arguments.rounds)
+    if arguments.only:
+        from glance import Glance
+
+        getattr(Glance(settings, arguments.k or ""), arguments.only)()
+        return
     from whole_run import WholeRun
 
-    run = WholeRun(QUICK if arguments.quick else FULL)
+    run = WholeRun(settings)
     try:
         if arguments.k is not None:
             run.operations(arguments.k)

@@ -3,12 +3,14 @@
 import gc
 import random
 import statistics
-from collections.abc import Callable, Mapping
+from collections.abc import Callable, Iterator, Mapping
+from contextlib import contextmanager
 from dataclasses import dataclass, field
 from time import perf_counter
 from typing import Any
 
 Call = Callable[[], Any]
+Clock = Callable[[], float]
 
 
 @dataclass(frozen=True)
@@ -44,7 +46,24 @@ class Race:
         )
 
 
-def race(calls: Mapping[str, Call], rounds: int, turn_seconds: float, seed: int = 1) -> Race:
+@contextmanager
+def collector(works: bool) -> Iterator[None]:
+    """Switch the garbage collector on or off, and back afterwards."""
+    worked = gc.isenabled()
+    (gc.enable if works else gc.disable)()
+    try:
+        yield
+    finally:
+        (gc.enable if worked else gc.disable)()
+
+
+def race(
+    calls: Mapping[str, Call],
+    rounds: int,
+    turn_seconds: float,
+    seed: int = 1,
+    clock: Clock = perf_counter,
+) -> Race:
     """Time every call in each of `rounds` rounds.
 
     A turn repeats a call until `turn_seconds` are filled and counts the median; what a call
@@ -60,20 +79,20 @@ def race(calls: Mapping[str, Call], rounds: int, turn_seconds: float, seed: int 
         for _ in range(rounds):
             rng.shuffle(order)
             for name in order:
-                result.seconds[name].append(_turn(calls[name], turn_seconds))
+                result.seconds[name].append(_turn(calls[name], turn_seconds, clock))
     finally:
         gc.unfreeze()
     return result
 
 
-def _turn(call: Call, turn_seconds: float) -> float:
+def _turn(call: Call, turn_seconds: float, clock: Clock) -> float:
     gc.collect()
     times: list[float] = []
     spent = 0.0
     while spent < turn_seconds:
-        started = perf_counter()
+        started = clock()
         answer = call()
-        times.append(perf_counter() - started)
+        times.append(clock() - started)
         spent += times[-1]
         del answer
     return statistics.median(times)

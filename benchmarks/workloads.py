@@ -4,7 +4,6 @@ What a record holds is drawn once for DRAWN evaluations; every record is decoded
 row of JSON, so its strings, floats, lists and dictionaries are its own.
 """
 
-import gc
 import json
 import random
 import time
@@ -15,6 +14,7 @@ from typing import Any
 
 from kestrune.search_tracking import Evaluation
 from kestrune.search_tracking.schema import EVALUATION_COLUMNS, JSON
+from timing import collector
 
 DRAWN = 10_000
 DAYS = 21
@@ -79,13 +79,8 @@ class Workload:
     def records(self, count: int) -> list[Evaluation]:
         """Return `count` records, newest first, the newest a second old."""
         # Nothing of it is garbage: looking for some takes longer than the rest.
-        was_enabled = gc.isenabled()
-        gc.disable()
-        try:
+        with collector(False):
             return list(self._decoded(count, time.time() - 1.0))
-        finally:
-            if was_enabled:
-                gc.enable()
 
     def _decoded(self, count: int, newest: float) -> Iterator[Evaluation]:
         rows = self.rows()
