@@ -8,6 +8,7 @@ DEBUG ?= build/debug
 FAULTS ?= build/faults
 DATABASE ?= sqlite
 QUICK ?=
+ALL ?=
 SAMPLE ?=
 SANITIZE ?=
 WITH_DEBUG ?=
@@ -161,9 +162,22 @@ mutants: $(STAMPS)/build $(STAMPS)/test ## break the sources in hundreds of ways
 	@$(PY) tools/mutants/run.py $(if $(SAMPLE),--sample $(SAMPLE)) $(ARGS)
 	@echo "make mutants: tests noticed all mutants that they can, with $$($(PY) --version)."
 
+# Each interpreter's results are a file in build/bench; the report is made of all that are there.
 .PHONY: bench
-bench: build $(STAMPS)/bench ## time the extension against its rivals (QUICK=1: under a minute)
-	@$(PY) benchmarks/run.py $(if $(QUICK),--quick)
+bench: $(if $(ALL),$(STAMPS)/rivals,measure) ## time the extension on fresh records, beside its rivals (QUICK=1: in a minute; ALL=1: each CPython found)
+ifneq ($(ALL),)
+	@$(PY) tools/find_pythons.py > build/pythons.txt
+	@while read -r version python; do \
+	    echo "== CPython $$version: $$python"; \
+	    $(MAKE) measure ALL= PYTHON="$$python" VENV="build/matrix/$$version/venv" \
+	        BUILD="build/matrix/$$version/release" < /dev/null || exit 1; \
+	done < build/pythons.txt
+endif
+	@$(PY) benchmarks/publish.py $(if $(QUICK),--quick)
+
+.PHONY: measure
+measure: build $(STAMPS)/rivals ## the part of `make bench` that times one interpreter (PYTHON=, VENV=, BUILD=)
+	@$(PY) benchmarks/run.py $(if $(QUICK),--quick) $(ARGS)
 
 .PHONY: instructions
 instructions: build ## count the machine instructions of each question (ARGS="--only text"; valgrind)
@@ -192,7 +206,17 @@ $(STAMPS)/demo: examples/requirements.txt $(STAMPS)/venv
 	@$(PY) -m pip install --quiet --requirement $<
 	@touch $@
 
-$(STAMPS)/test $(STAMPS)/bench: examples/requirements.txt
+$(STAMPS)/test: examples/requirements.txt
+
+# Not all of them are made for every version of CPython. Building one from its sources takes too
+# long; what is missing takes no part, and the report names it.
+$(STAMPS)/rivals: requirements/rivals.txt examples/requirements.txt $(STAMPS)/venv
+	@echo "Installing requirements/rivals.txt, as far as it goes"
+	@cat requirements/rivals.txt examples/requirements.txt | grep '^[a-z]' | while read -r package; do \
+	    $(PY) -m pip install --quiet --only-binary :all: "$$package" < /dev/null 2> build/pip.log || \
+	        echo "$$package cannot be installed: $$(tail -n 1 build/pip.log)"; \
+	done
+	@touch $@
 
 # Build folders; the presets say what each is.
 CONFIGURE = cmake --preset $(1) -B $(2) -DPython_EXECUTABLE="$(abspath $(PY))" \

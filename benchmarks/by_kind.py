@@ -8,17 +8,16 @@ from types import ModuleType
 import fresh
 from contestants import EXTENSION, MODEL
 from kinds import DATA_CLASS, Kind
-from operations import Operation
+from operations import QUESTIONS, Operation
 from supply import Supply
 from timing import Clock, Race, Spread
+from workloads import NARROW
 
-# What is asked of every kind. Suggestions read what statistics do.
-ASKED = (
-    "get_search_stats",
-    "get_search_patterns",
-    "get_correlation_patterns",
-    "get_search_velocity",
-    "get_yield_analysis",
+# Suggestions read what statistics do.
+ASKED = tuple(
+    Operation(question.method, NARROW.name)
+    for question in QUESTIONS
+    if question.method != "get_suggestions"
 )
 
 
@@ -46,7 +45,7 @@ def measure(
     clock: Clock = perf_counter,
 ) -> list[KindLine]:
     """Check that all kinds get one answer from all modules, then race them all."""
-    fresh.require_same_of_kinds(operation, supply, modules, kinds)
+    fresh.require_same(operation, supply, modules, kinds)
     lines = [KindLine(operation.label, kind.name, len(supply), Race()) for kind in kinds]
     fresh.run_turns(
         [
@@ -65,7 +64,7 @@ def measure(
 
 
 def share(line: KindLine, lines: Sequence[KindLine]) -> float:
-    """The ratio to the model, in terms of that of the data class for the same question."""
+    """The ratio to the model, in terms of the data class's for the same question."""
     usual = next(
         other for other in lines if other.label == line.label and other.kind == DATA_CLASS.name
     )

@@ -52,6 +52,11 @@ def floor() -> ModuleType:
     )
 
 
-def answering() -> dict[str, ModuleType]:
-    """All who answer, by name."""
-    return {EXTENSION: extension(), MODEL: model(), CYTHON: compiled_model()}
+def answering(absent: dict[str, str]) -> dict[str, ModuleType]:
+    """All who answer, by name; notes in `absent` why one of them cannot."""
+    found = {EXTENSION: extension(), MODEL: model()}
+    try:
+        found[CYTHON] = compiled_model()
+    except (RuntimeError, subprocess.CalledProcessError) as error:
+        absent[CYTHON] = str(error).strip().splitlines()[-1]
+    return found

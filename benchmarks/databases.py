@@ -7,16 +7,16 @@ import tempfile
 import time
 from collections.abc import Iterator, Mapping
 from contextlib import contextmanager
-from dataclasses import dataclass
 from types import ModuleType
 from typing import Any
 
 import agreement
 from contestants import FLOOR
-from demo.postgres_server import PostgresServer
+from demo.postgres_server import PostgresServer, PostgresServerError
 from kestrune.search_tracking import Evaluation, SearchTracker
 from kestrune.search_tracking.schema import STATUS_TABLES
 from operations import Operation
+from results import Fetch
 from settings import Settings
 from side_by_side import Line, run_race
 from timing import Spread
@@ -45,29 +45,27 @@ _STATUS_QUERIES = {
 }
 
 
-@dataclass
-class Fetch:
-    """How long the tracker takes to hand out its newest records."""
-
-    database: str
-    records: int
-    seconds: Spread
-
-
 def measure(
-    settings: Settings, modules: Mapping[str, ModuleType], floor: ModuleType
+    settings: Settings,
+    modules: Mapping[str, ModuleType],
+    floor: ModuleType,
+    absent: dict[str, str],
 ) -> tuple[list[Line], list[Fetch]]:
-    """Race on SQLite and on a PostgreSQL server of our own."""
+    """Race on SQLite, and on a PostgreSQL server of our own where there is one to start."""
     lines, fetches = [], []
     for database, count in (
         ("SQLite", settings.sqlite_records),
         ("PostgreSQL", settings.postgres_records),
     ):
         records = NARROW.records(count)
-        with _tracker(database) as tracker:
-            _fill(tracker, records)
-            lines.append(_race(settings, database, tracker._conn, records, modules, floor))
-            fetches.append(_fetch(database, tracker, count, settings.side_rounds))
+        try:
+            with _tracker(database) as tracker:
+                _fill(tracker, records)
+                lines.append(_race(settings, database, tracker._conn, records, modules, floor))
+                fetches.append(_fetch(database, tracker, count, settings.side_rounds))
+        except (ImportError, PostgresServerError) as error:
+            absent[database] = str(error).splitlines()[0]
+            continue
         print(f"  the tracker's own fetch: {fetches[-1].seconds.median * 1e3:9.3f} ms", flush=True)
     return lines, fetches
 

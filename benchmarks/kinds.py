@@ -119,41 +119,44 @@ def _mixed(*makers: Make) -> tuple[Make, ...]:
 DATA_CLASS = Kind("data class", (Evaluation,))
 
 
-def _libraries() -> tuple[Kind, ...]:
-    """Return the kinds of records that packages make, of those that are installed."""
-    found = []
+def kinds(absent: dict[str, str]) -> list[Kind]:
+    """Return all kinds; notes in `absent` the packages that are missing, which make some."""
+    return [
+        DATA_CLASS,
+        Kind("plain class", (PlainEvaluation,)),
+        Kind("plain class, vars() asked", (_asked,)),
+        Kind("slots", (SlotEvaluation,)),
+        Kind("SimpleNamespace", (_namespace,)),
+        Kind("named tuple", (TupleEvaluation,)),
+        *_packaged("attrs", _attrs, absent),
+        *_packaged("pydantic", _pydantic, absent),
+        Kind("__dict__ filled by update", (_loaded,)),
+        Kind("two kinds mixed", _mixed(Evaluation, _namespace)),
+        Kind("three kinds mixed", _mixed(Evaluation, SlotEvaluation, _namespace)),
+        Kind("metadata, general tables", (_with_metadata(lambda items: [*map(_general, items)]),)),
+        Kind("metadata, split tables", (_with_metadata(lambda items: [*map(_split, items)]),)),
+        Kind("metadata in tuples", (_with_metadata(tuple),)),
+    ]
+
+
+def _packaged(package: str, maker: Callable[[], Make], absent: dict[str, str]) -> list[Kind]:
+    """Return the kind that a package makes, or nothing without the package."""
     try:
-        import attrs
-
-        found.append(Kind("attrs", (attrs.make_class("AttrsEvaluation", NAMES, slots=True),)))
-    except ImportError:
-        pass
-    try:
-        import pydantic
-
-        model = pydantic.create_model("Model", **dict.fromkeys(NAMES, (Any, ...)))
-        found.append(
-            Kind("pydantic", (lambda *values: model(**dict(zip(NAMES, values, strict=True))),))
-        )
-    except ImportError:
-        pass
-    return tuple(found)
+        return [Kind(package, (maker(),))]
+    except ImportError as error:
+        absent[package] = str(error)
+        return []
 
 
-LIBRARIES = ("attrs", "pydantic")
+def _attrs() -> Make:
+    import attrs
 
-KINDS = (
-    DATA_CLASS,
-    Kind("plain class", (PlainEvaluation,)),
-    Kind("plain class, vars() asked", (_asked,)),
-    Kind("slots", (SlotEvaluation,)),
-    Kind("SimpleNamespace", (_namespace,)),
-    Kind("named tuple", (TupleEvaluation,)),
-    *_libraries(),
-    Kind("__dict__ filled by update", (_loaded,)),
-    Kind("two kinds mixed", _mixed(Evaluation, _namespace)),
-    Kind("three kinds mixed", _mixed(Evaluation, SlotEvaluation, _namespace)),
-    Kind("metadata with general tables", (_with_metadata(lambda items: [*map(_general, items)]),)),
-    Kind("metadata with split tables", (_with_metadata(lambda items: [*map(_split, items)]),)),
-    Kind("metadata in tuples", (_with_metadata(tuple),)),
-)
+    return attrs.make_class("AttrsEvaluation", list(NAMES), slots=True)
+
+
+def _pydantic() -> Make:
+    import pydantic
+
+    fields: Any = dict.fromkeys(NAMES, (Any, ...))
+    model = pydantic.create_model("PydanticEvaluation", **fields)
+    return lambda *values: model(**dict(zip(NAMES, values, strict=True)))

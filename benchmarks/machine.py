@@ -1,7 +1,12 @@
 """What the figures were taken on."""
 
+import hashlib
 import os
 import platform
+import re
+import shlex
+import subprocess
+import sys
 import sysconfig
 from datetime import datetime, timezone
 from importlib.metadata import PackageNotFoundError, version
@@ -9,43 +14,53 @@ from pathlib import Path
 
 import compiling
 import contestants
+import paths
 
 # Sizes of memory in MiB: what a few thousand records take, and what a million does.
 _SIZES = (0.25, 2, 16, 256)
-_PACKAGES = ("Cython", "pandas", "polars", "duckdb", "pyarrow", "numpy", "psycopg")
+_USUAL_LAST_CACHE = 64 * 2**20
+_PACKAGES = (
+    *("Cython", "pandas", "polars", "duckdb", "pyarrow", "numpy", "psycopg", "attrs", "pydantic"),
+)
+_TELLING_OPTIONS = (
+    r"--(enable-optimizations|with-lto|enable-bolt|enable-experimental-jit|with-tail-call-interp"
+    r"|with-computed-gotos|enable-shared|with-pydebug|disable-gil|with-assertions)"
+)
+_TELLING_FLAGS = r"-(O|flto|fprofile-use|fno-semantic-interposition|m(arch|tune)=)"
 
 
-def facts(started_load: float) -> list[tuple[str, str]]:
-    """Return the machine, the compilers and the versions, as pairs of what and which.
-
-    `started_load` is the load average when the run began.
-    """
+def machine() -> list[tuple[str, str]]:
+    """Return the machine and what compiled the extension, as pairs of what and which."""
     return [
-        ("Date", datetime.now(timezone.utc).strftime("%Y-%m-%d %H:%M UTC")),
         ("Processor", f"{_processor()}, {os.cpu_count()} cores seen"),
         ("Caches", _caches()),
         ("Memory", _memory()),
         *_lines(),
-        ("Load when the run began", f"{started_load:.2f}"),
         ("System", f"{platform.system()} {platform.release()}, {platform.machine()}"),
-        (
-            "Python",
-            f"{platform.python_implementation()} {platform.python_version()}, "
-            f"built with {platform.python_compiler()}, {_optimisation()}",
-        ),
-        ("C++ compiler", compiling.compiler_version()),
-        ("Libraries", ", ".join(f"{name} {_version(name)}" for name in _PACKAGES)),
     ]
 
 
-def load() -> float:
-    """The system's load average over the last minute."""
-    return os.getloadavg()[0]
+def interpreter() -> list[tuple[str, str]]:
+    """Return how the interpreter was built, and what it was used with, when the run begins."""
+    return [
+        ("CPython", platform.python_version()),
+        ("from", _source()),
+        ("configured", _optimisation()),
+        ("compiled", f"{platform.python_compiler()}, {_flags()}"),
+        ("extension compiled", compiling.compiler_version()),
+        ("libraries", ", ".join(f"{name} {_version(name)}" for name in _PACKAGES)),
+        ("date", datetime.now(timezone.utc).strftime("%Y-%m-%d %H:%M UTC")),
+        ("load when it began", f"{os.getloadavg()[0]:.2f}"),
+    ]
 
 
-def extension_size() -> int:
-    """The size of the extension's file in bytes."""
-    return os.path.getsize(contestants.extension().__spec__.origin)
+def sources() -> str:
+    """Return a digest of what the extension is built from and of what it is compared with."""
+    digest = hashlib.sha256()
+    folder = paths.ROOT / "search_analytics"
+    for file in sorted([*folder.rglob("*.cpp"), *folder.rglob("*.h"), paths.MODEL]):
+        digest.update(file.read_bytes())
+    return digest.hexdigest()[:12]
 
 
 def _processor() -> str:
@@ -58,13 +73,25 @@ def _processor() -> str:
 
 
 def _caches() -> str:
+    return ", ".join(f"L{level} {size}" for level, size in _data_caches()) or "unknown"
+
+
+def last_cache() -> int:
+    """The size of the last cache in bytes; a guess where the system does not tell."""
+    sizes = [size for _, size in _data_caches() if size.endswith("K")]
+    return int(sizes[-1].removesuffix("K")) * 1024 if sizes else _USUAL_LAST_CACHE
+
+
+def _data_caches() -> list[tuple[str, str]]:
+    """Return the level and the size of each cache, the last one last."""
     found = []
     for folder in sorted(Path("/sys/devices/system/cpu/cpu0/cache").glob("index*")):
-        kind = (folder / "type").read_text().strip()
+        level, size, kind = (
+            (folder / name).read_text().strip() for name in ("level", "size", "type")
+        )
         if kind != "Instruction":
-            level, size = ((folder / name).read_text().strip() for name in ("level", "size"))
-            found.append(f"L{level} {size}")
-    return ", ".join(found) or "unknown"
+            found.append((level, size))
+    return found
 
 
 def _lines() -> list[tuple[str, str]]:
@@ -82,10 +109,34 @@ def _memory() -> str:
     return f"{size / 2**30:.0f} GiB"
 
 
+def _source() -> str:
+    """Who built the interpreter: a package of Debian's, or somebody by hand."""
+    executable = os.path.realpath(getattr(sys, "_base_executable", sys.executable))
+    try:
+        owner = _said("dpkg-query", "--search", executable).partition(":")[0]
+        number = _said("dpkg-query", "--show", "--showformat=${Version}", owner)
+    except (OSError, subprocess.CalledProcessError):
+        return "built by hand"
+    return f"Debian's package {owner} {number}"
+
+
+def _said(*command: str) -> str:
+    done = subprocess.run(command, check=True, capture_output=True, text=True)
+    return done.stdout.strip()
+
+
 def _optimisation() -> str:
-    options = sysconfig.get_config_var("CONFIG_ARGS") or ""
-    parts = [name for name in ("--enable-optimizations", "--with-lto") if name in options]
-    return f"configured {' '.join(parts)}" if parts else "configured without optimisation options"
+    """The options of the interpreter's configuration that make it quicker or slower."""
+    options = shlex.split(sysconfig.get_config_var("CONFIG_ARGS") or "")
+    telling = [option for option in options if re.match(_TELLING_OPTIONS, option)]
+    return " ".join(telling) or "without optimisation options"
+
+
+def _flags() -> str:
+    """The flags of the interpreter's compiler that make it quicker or slower."""
+    flags = (sysconfig.get_config_var("PY_CFLAGS") or "").split()
+    flags += (sysconfig.get_config_var("PY_CFLAGS_NODIST") or "").split()
+    return " ".join(dict.fromkeys(flag for flag in flags if re.match(_TELLING_FLAGS, flag)))
 
 
 def _version(package: str) -> str:

@@ -14,6 +14,7 @@ import os
 import platform
 import subprocess
 import sys
+from collections.abc import Iterable
 from dataclasses import dataclass
 
 import contestants
@@ -32,13 +33,13 @@ class Need:
     result: float
 
 
-def measure(count: int) -> list[Need]:
-    """Measure every contestant in a fresh process; nothing where the system cannot tell."""
+def measure(count: int, names: Iterable[str]) -> list[Need]:
+    """Measure each contestant in a fresh process; nothing where the system cannot tell."""
     if platform.libc_ver()[0] != "glibc" or not os.access("/proc/self/clear_refs", os.W_OK):
         print("  this system does not tell the memory's high-water mark", flush=True)
         return []
     needs = []
-    for name in (contestants.EXTENSION, contestants.MODEL, contestants.CYTHON):
+    for name in names:
         command = [sys.executable, __file__, name, str(count)]
         done = subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True)
         for question, (peak, result) in json.loads(done.stdout).items():

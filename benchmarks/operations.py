@@ -20,15 +20,14 @@ FILTERS = {"function_family": "function_family_1", "feature_subfamily": "feature
 class Operation:
     """One question, asked of one workload.
 
-    `faster` is how many times faster than the model it must be, `floors` how many times the
-    time of its read floor it may take; None where nothing is demanded.
+    `floors` is how many times the time of its read floor it may take; None where nothing is
+    demanded.
     """
 
     method: str
     workload: str
     note: str = ""
     arguments: dict[str, Any] = field(default_factory=dict)
-    faster: float | None = None
     floors: float | None = None
 
     @property
@@ -78,19 +77,19 @@ _FLOORS: dict[str, tuple[str, Callable[[], tuple[Any, ...]]]] = {
 QUESTIONS = tuple(Operation(method, "") for method in _FLOORS)
 
 OPERATIONS = (
-    Operation("get_search_stats", "narrow", faster=8, floors=1.25),
-    Operation("get_search_stats", "wide", faster=12, floors=1.6),
-    Operation("get_search_stats", "wide", "min_sample_size=0", {"min_sample_size": 0}, faster=5),
-    Operation("get_suggestions", "narrow", faster=8, floors=1.3),
-    Operation("get_search_patterns", "narrow", faster=6, floors=1.4),
-    Operation("get_search_patterns", "wide", faster=6, floors=1.4),
-    Operation("get_correlation_patterns", "narrow", faster=8, floors=1.6),
-    Operation("get_correlation_patterns", "wide", faster=8, floors=1.6),
-    Operation("get_search_velocity", "narrow", faster=3, floors=1.3),
-    Operation("get_yield_analysis", "narrow", "no database", faster=4),
-    *(Operation(method, "narrow", "filtered", FILTERS, faster=6, floors=1.4) for method in _FLOORS),
+    Operation("get_search_stats", "narrow", floors=1.25),
+    Operation("get_search_stats", "wide", floors=1.6),
+    Operation("get_search_stats", "wide", "min_sample_size=0", {"min_sample_size": 0}),
+    Operation("get_suggestions", "narrow", floors=1.3),
+    Operation("get_search_patterns", "narrow", floors=1.4),
+    Operation("get_search_patterns", "wide", floors=1.4),
+    Operation("get_correlation_patterns", "narrow", floors=1.6),
+    Operation("get_correlation_patterns", "wide", floors=1.6),
+    Operation("get_search_velocity", "narrow", floors=1.3),
+    Operation("get_yield_analysis", "narrow", "no database"),
+    *(Operation(method, "narrow", "filtered", FILTERS, floors=1.4) for method in _FLOORS),
     *(
-        Operation(method, "wide", "filtered", FILTERS, faster=6, floors=1.4)
+        Operation(method, "wide", "filtered", FILTERS, floors=1.4)
         for method in ("get_search_stats", "get_search_patterns", "get_correlation_patterns")
     ),
 )

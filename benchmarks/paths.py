@@ -10,6 +10,11 @@ MODEL = ROOT / "tests" / "model" / "search_analytics_model.py"
 BUILD = ROOT / "build" / "bench"
 
 
+def results(quick: bool) -> Path:
+    """The folder of what the runs on each interpreter found out."""
+    return BUILD / ("quick" if quick else "results")
+
+
 def prepare() -> None:
     """Make the build folder; put the example client and the demo on the path.
 

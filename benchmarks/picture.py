@@ -1,50 +1,62 @@
-"""results.svg: every contestant's time in terms of the extension's, question by question."""
+"""results.svg: every contestant's time on fresh records, in terms of the extension's."""
 
+from collections.abc import Iterator, Sequence
 from pathlib import Path
 
 import matplotlib as mpl
-from contestants import CYTHON, EXTENSION, FLOOR, MODEL
+from contestants import CYTHON, EXTENSION, MODEL
 from frames.contest import LIBRARIES
+from fresh import Fresh
 from matplotlib.figure import Figure
 from matplotlib.ticker import LogLocator, NullLocator
 from results import Results
-from side_by_side import Line
 
 # Text stays text and nothing depends on the moment: a small file that changes with its figures.
 _STYLE = {"svg.fonttype": "none", "svg.hashsalt": "search_analytics", "font.size": 9}
 
-# Contestant: colour and marker.
+_REPEATED = f"{MODEL}, repeated call"
+
+# Contestant: colour, marker and whether the marker is filled.
 _LOOKS = {
-    FLOOR: ("#999999", "|"),
-    EXTENSION: ("#000000", "D"),
-    CYTHON: ("#56b4e9", "s"),
-    MODEL: ("#0072b2", "o"),
-    "polars": ("#e69f00", "^"),
-    "DuckDB": ("#009e73", "v"),
-    "pandas": ("#d55e00", "P"),
+    EXTENSION: ("#000000", "D", True),
+    CYTHON: ("#56b4e9", "s", True),
+    MODEL: ("#0072b2", "o", True),
+    _REPEATED: ("#0072b2", "o", False),
+    "polars": ("#e69f00", "^", True),
+    "DuckDB": ("#009e73", "v", True),
+    "pandas": ("#d55e00", "P", True),
 }
 
 
-def write(file: Path, results: Results) -> None:
-    """Draw the questions without filters."""
-    lines = [line for line in results.operations if not line.label.endswith("filtered")]
-    frames = {line.label: line for line in results.frames}
+def write(file: Path, runs: Sequence[Results]) -> None:
+    """Draw the questions without filters on the newest interpreter, which comes first.
+
+    The libraries are shown as they are on the newest that they can be installed for.
+    """
+    newest = runs[0]
+    with_frames = next((results for results in runs if results.frames), newest)
+    lines = [line for line in newest.fresh if not line.label.endswith("filtered")]
     with mpl.rc_context(_STYLE):
         figure = Figure(figsize=(8.0, 0.38 * len(lines) + 1.5), layout="constrained")
         axes = figure.subplots()
-        for name, (colour, marker) in _LOOKS.items():
-            points = [
-                (ratio, place)
-                for place, line in enumerate(lines)
-                if (ratio := _ratio(name, line, frames)) is not None
-            ]
-            ratios, places = zip(*points, strict=True)
-            label = f"{name}, conversion included" if name in LIBRARIES else name
+        for name, (colour, marker, is_filled) in _LOOKS.items():
+            points = list(_points(name, lines, newest, with_frames))
+            if not points:
+                continue
             axes.scatter(
-                ratios, places, c=colour, marker=marker, s=42, label=label, zorder=3, linewidths=1.5
+                *zip(*points, strict=True),
+                facecolors=colour if is_filled else "none",
+                edgecolors=colour,
+                marker=marker,
+                s=42,
+                label=_label(name, newest, with_frames),
+                zorder=3,
+                linewidths=1.5,
             )
         axes.set_xscale("log")
-        axes.set_xlabel("time, extension = 1 (logarithmic; to the right is slower)")
+        axes.set_xlabel(
+            f"time on fresh records, CPython {newest.name}; extension = 1, to the right is slower"
+        )
         axes.xaxis.set_major_locator(LogLocator(subs=(1.0, 2.0, 5.0)))
         axes.xaxis.set_major_formatter(lambda value, _: f"{value:g}")
         axes.xaxis.set_minor_locator(NullLocator())
@@ -57,9 +69,25 @@ def write(file: Path, results: Results) -> None:
         figure.savefig(file, metadata={"Date": None})
 
 
-def _ratio(name: str, line: Line, frames: dict[str, Line]) -> float | None:
-    """How many times the extension's time a contestant takes."""
-    if name in LIBRARIES:
-        line = frames.get(line.label, line)
-    spread = line.ratio(name, EXTENSION)
-    return None if spread is None else spread.median
+def _points(
+    name: str, lines: Sequence[Fresh], newest: Results, with_frames: Results
+) -> Iterator[tuple[float, int]]:
+    """Yield how many times the extension's time a contestant takes, and in which row."""
+    frames = {line.label: line for line in with_frames.frames}
+    repeated = {line.label: line for line in newest.operations}
+    for place, line in enumerate(lines):
+        if name in LIBRARIES:
+            spread = frames[line.label].ratio(name) if line.label in frames else None
+        elif name == _REPEATED:
+            spread = repeated[line.label].over_model
+        else:
+            spread = line.ratio(name)
+        if spread is not None:
+            yield spread.median, place
+
+
+def _label(name: str, newest: Results, with_frames: Results) -> str:
+    if name not in LIBRARIES:
+        return name
+    version = "" if with_frames is newest else f", CPython {with_frames.name}"
+    return f"{name}, conversion included{version}"

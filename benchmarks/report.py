@@ -1,128 +1,269 @@
-"""RESULTS.md: the figures of one run as tables, ratios first."""
+"""RESULTS.md: the figures of the runs on all interpreters as tables, ratios first."""
 
-from collections.abc import Iterable
+from collections.abc import Iterable, Mapping, Sequence
 from pathlib import Path
 
 import demands
-import machine
+import report_fresh
 from contestants import CYTHON, EXTENSION, FLOOR, MODEL
-from frames.contest import CONVERTED, LIBRARIES
 from imports import STANDARD
 from memory import Need
 from results import Results
 from side_by_side import Line
-from tables import mark, milliseconds, ratio, table
+from tables import mark, median, milliseconds, ratio, table
 
 _INTRODUCTION = """\
 # How fast it is
 
-Written by `make bench`: one run, all contestants in turn on the same records, their answers
+Written by `make bench`: one run on each interpreter, all contestants in turn, their answers
 compared first. A ratio is the median over the rounds, with the quartiles in brackets; each round
-compares times that were taken next to each other. *Extension* is `kestrune.search_analytics`;
+compares times that were taken soon after each other. *Extension* is `kestrune.search_analytics`;
 *model* the same behaviour in plain Python (`tests/model/`); *Cython* the model compiled with it,
 unchanged; *read floor* loops in C++ that read what the question has to read of the records,
 through the interpreter's general calls, and do nothing else (`benchmarks/floor/`; they are
-checked to read the attributes that the model reads, in its order). The records are dataclasses
-decoded from JSON, as the example tracker returns them: *narrow* ones use 1 or 2 functions and
+checked to read the attributes that the model reads, in its order). The records are data classes
+with the values that the example tracker decodes from JSON: *narrow* ones use 1 or 2 functions and
 1 feature, *wide* ones 1 to 5 functions and 1 to 4 features. Unless said otherwise there are
-{records} of them. The tracker's fetch is in no figure but its own. What is demanded of a figure
-stands after it; **!** marks what is not met.
+{records} of them.
+
+*Fresh* records are what a caller has who fetches for each call: before each call new ones are
+made, all garbage is collected, and memory larger than the last cache is read; turns are in random
+order. *Repeated* calls find the same records again, hashed and partly in the caches. The tracker's
+fetch is in no figure but its own. What is demanded of a figure stands after it; **!** marks what is
+not met.
 """
 
-_OPERATIONS = """\
-## Where it must stand
+_NEWEST = """\
+## Fresh records, CPython {name}
 
-More is better against the model and Cython, less against the floor.
+How many times longer others take than the extension; the collector on, unless said otherwise.
+"""
+
+_VERSIONS = """\
+## Fresh records, each CPython
+
+How many times faster than the model on the same interpreter; the collector on.
+"""
+
+_TIMES = """\
+Milliseconds of the extension on fresh records, and of a repeated call:
+"""
+
+_KINDS = """\
+## Kinds of records
+
+How many times faster than the model, both on the same fresh records of a kind, and what part that
+is of the data class's ratio; {records} narrow records, the collector on. {demand} A record whose
+`vars()` was asked has a dictionary of its own; where kinds are mixed, the next record's is random:
+data class and `SimpleNamespace`, and `__slots__` as third. The last three are data classes whose
+function and feature items are dictionaries with a key that is no string, dictionaries of objects'
+attributes, and tuples of dictionaries instead of lists.
+"""
+
+_COLLECTOR = """\
+## The garbage collector
+
+Its share of the time of each contestant, on fresh records, CPython {name}: what a call is quicker
+with the collector off. Small shares may be noise, and negative.
+"""
+
+_STRETCHES = """\
+On each interpreter, what the collector costs where most objects are made, and what is left of the
+ratio to the model when it is off for all:
+"""
+
+_FLOOR = """\
+## Read floor
+
+How many times longer the extension takes than the read floor, in repeated calls; less is better.
 """
 
 _FRAMES = """\
 ## Data-frame libraries
 
-How many times longer the libraries take than the extension: from the records on, and from a
-frame on that is ready. They do what they can express, on all cores, and are spared what the
-extension does besides (result records, the caller's hooks).
+How many times longer the libraries take than the extension, CPython {name}: from fresh records on,
+with the collector on and off, and, in repeated calls, from a frame on that is ready. They do what
+they can express, on all cores, and are spared what the extension does besides (result records, the
+caller's hooks).
 """
 
 _OTHERS = """\
 ## Other records
 
-Narrow records with slots or with a Python property for each attribute, and what the search demo
-recorded.
+Narrow records with a Python property for each attribute, and what the search demo recorded;
+repeated calls, CPython {name}.
 """
 
 _GROWTH = """\
 ## Growth
 
-Microseconds per record, narrow records; the last column compares the largest number with
-{records}. The floor grows, too: fewer of the records are in the machine's caches.
+Microseconds per record, narrow records, repeated calls, CPython {name}; the last column compares
+the largest number with {records}. The floor grows, too: fewer of the records are in the machine's
+caches.
 """
 
 _MEMORY = """\
 ## Memory
 
-Bytes per record beyond the records, at the peak of a call on {records} narrow ones; *result* is
-what the answer itself keeps of that. Without the result, it must be less than {most}.
+Bytes per record beyond the records, at the peak of a call on {records} narrow ones, CPython {name};
+*result* is what the answer itself keeps of that. Without the result, it must be less than {most}.
 """
 
 _DATABASES = """\
 ## Yield analysis over a database
 
 The floor is a bare loop that sends the same queries through the same connection: two for each
-record. *Fetch* is the example tracker handing out the same records.
+record. *Fetch* is the example tracker handing out the same records. CPython {name}.
 """
 
 _IMPORT = """\
 ## Import
 
-In fresh interpreters: the extension, and the standard modules that it imports.
+In fresh interpreters, CPython {name}: the extension, and the standard modules that it imports.
 """
 
 
-def write(file: Path, results: Results) -> None:
-    """Write the report of a run."""
-    file.write_text("\n".join(_parts(results)))
+def write(file: Path, runs: Sequence[Results], outdated: Mapping[str, str]) -> None:
+    """Write the report of runs, the newest interpreter's first.
+
+    `outdated` are left out: by name, why.
+    """
+    file.write_text("\n".join(_parts(runs, outdated)))
 
 
-def _parts(results: Results) -> Iterable[str]:
-    count = results.operations[0].records
+def _parts(runs: Sequence[Results], outdated: Mapping[str, str]) -> Iterable[str]:
+    first = runs[0]
+    count = first.fresh[0].records
     yield _INTRODUCTION.format(records=count)
-    yield table(("", ""), machine.facts(results.load))
+    yield _interpreters(runs, outdated)
+    yield table(("", ""), first.machine)
+    yield _NEWEST.format(name=first.name)
+    yield report_fresh.newest(first)
     yield "![Times in terms of the extension's](results.svg)\n"
-    yield _OPERATIONS
-    yield _operations(results.operations)
-    yield _not_met(results)
-    yield _FRAMES
-    yield _frames(results.frames)
-    yield _OTHERS
-    yield _operations(results.shapes + results.demo)
-    yield _GROWTH.format(records=count)
-    yield _growth(results, count)
-    if results.memory:
-        yield _MEMORY.format(records=results.memory[0].records, most=demands.MEMORY_AT_MOST)
-        yield _memory(results.memory)
-    yield _DATABASES
-    yield _databases(results)
-    yield _IMPORT
-    yield _imports(results)
+    yield _VERSIONS
+    yield report_fresh.versions(runs)
+    yield _not_met(runs)
+    yield _TIMES
+    yield report_fresh.times(runs)
+    yield _KINDS.format(records=first.kinds[0].records, demand=_share_demanded(runs))
+    for results in runs:
+        yield f"CPython {results.name}:\n"
+        yield report_fresh.kinds(results)
+    yield _COLLECTOR.format(name=first.name)
+    yield report_fresh.collector(first)
+    yield _STRETCHES
+    yield report_fresh.stretches(runs)
+    yield _FLOOR
+    yield _floors(runs)
+    yield from _side_parts(runs)
 
 
-def _not_met(results: Results) -> str:
-    missed = list(demands.missed(results))
-    if not missed:
-        return "All demands of this page are met.\n"
-    return "Not met, on all of this page:\n\n" + "".join(f"- {text}\n" for text in missed)
+def _side_parts(runs: Sequence[Results]) -> Iterable[str]:
+    """Each part from the newest interpreter that has it."""
+    if with_frames := _newest(runs, "frames"):
+        yield _FRAMES.format(name=with_frames.name)
+        yield _frames(with_frames)
+    yield _OTHERS.format(name=runs[0].name)
+    yield _others(runs[0].others)
+    yield _GROWTH.format(name=runs[0].name, records=runs[0].fresh[0].records)
+    yield _growth(runs[0])
+    if with_memory := _newest(runs, "memory"):
+        needs = with_memory.memory
+        yield _MEMORY.format(
+            name=with_memory.name, records=needs[0].records, most=demands.MEMORY_AT_MOST
+        )
+        yield _memory(needs)
+    most = max(len(results.databases) for results in runs)
+    with_databases = next(results for results in runs if len(results.databases) == most)
+    yield _DATABASES.format(name=with_databases.name)
+    yield _databases(with_databases)
+    yield _IMPORT.format(name=runs[0].name)
+    yield _imports(runs[0])
 
 
-def _operations(lines: Iterable[Line]) -> str:
+def _newest(runs: Sequence[Results], part: str) -> Results | None:
+    return next((results for results in runs if getattr(results, part)), None)
+
+
+def _interpreters(runs: Sequence[Results], outdated: Mapping[str, str]) -> str:
+    """How each interpreter was built, and what could not take part on it."""
+    facts = table(
+        ("", *(results.name for results in runs)),
+        (
+            (what, *(dict(results.interpreter)[what] for results in runs))
+            for what, _ in runs[0].interpreter
+        ),
+    )
+    absent = [
+        f"- {results.name}, left out: {name} ({reason})\n"
+        for results in runs
+        for name, reason in results.absent.items()
+    ]
+    absent += [f"- {name}: {reason}\n" for name, reason in outdated.items()]
+    return "\n".join([facts, *(["".join(absent)] if absent else [])])
+
+
+def _share_demanded(runs: Sequence[Results]) -> str:
+    parts = [
+        f"{share:.0%} on {results.name}"
+        for results in runs
+        if (share := demands.share_at_least(results.version)) is not None
+    ]
+    return f"It must be at least {', '.join(parts)}." if parts else ""
+
+
+def _not_met(runs: Sequence[Results]) -> str:
+    texts = []
+    for results in runs:
+        missed = list(demands.missed(results))
+        texts.append(
+            f"Not met on CPython {results.name}, on all of this page:\n\n"
+            if missed
+            else f"All demands of this page are met on CPython {results.name}.\n"
+        )
+        texts += [f"- {text}\n" for text in missed]
+        texts.append("\n")
+    return "".join(texts[:-1])
+
+
+def _floors(runs: Sequence[Results]) -> str:
+    rows = []
+    for line in runs[0].operations:
+        lines = [
+            next(other for other in results.operations if other.label == line.label)
+            for results in runs
+        ]
+        rows.append(
+            (line.label, *(median(one.over_floor, one.floors, one.misses_floor) for one in lines))
+        )
+    return table(("question", *(results.name for results in runs)), rows)
+
+
+def _frames(results: Results) -> str:
+    libraries = [name for name in results.frames[0].on.seconds if name != EXTENSION]
+    parts = ("", ", collector off", ", converted")
+    rows = []
+    for line, converted in zip(results.frames, results.converted, strict=True):
+        row = [line.label]
+        for library in libraries:
+            row.append(ratio(line.ratio(library), missed=demands.is_behind(line, library)))
+            row.append(ratio(line.ratio_uncollected(library)))
+            row.append(ratio(converted.ratio(library, EXTENSION)))
+        rows.append([*row, milliseconds(line.on)])
+    head = [name + part for name in libraries for part in parts]
+    return table(("question", *head, "extension, ms"), rows)
+
+
+def _others(lines: Iterable[Line]) -> str:
     return table(
         ("question", "faster than model", "than Cython", "times the floor", "ms", "records"),
         (
             (
                 line.label,
-                ratio(line.over_model, line.faster, line.misses_model),
+                ratio(line.over_model),
                 ratio(line.ratio(CYTHON, EXTENSION)),
-                ratio(line.over_floor, line.floors, line.misses_floor),
-                milliseconds(line),
+                ratio(line.over_floor),
+                milliseconds(line.race),
                 str(line.records),
             )
             for line in lines
@@ -130,27 +271,13 @@ def _operations(lines: Iterable[Line]) -> str:
     )
 
 
-def _frames(lines: Iterable[Line]) -> str:
-    head = [name + more for name in LIBRARIES for more in ("", CONVERTED)]
-    rows = []
-    for line in lines:
-        row = [line.label]
-        for library in LIBRARIES:
-            row.append(
-                ratio(line.ratio(library, EXTENSION), missed=demands.is_behind(line, library))
-            )
-            row.append(ratio(line.ratio(library + CONVERTED, EXTENSION)))
-        rows.append([*row, milliseconds(line)])
-    return table(("question", *head, "extension, ms"), rows)
-
-
-def _growth(results: Results, usual: int) -> str:
+def _growth(results: Results) -> str:
     sizes = sorted({line.records for line in results.growth})
     lines = {(line.label, line.records): line for line in results.growth}
     rows = []
     for label in dict.fromkeys(line.label for line in results.growth):
         for name in (EXTENSION, FLOOR, MODEL):
-            grown = demands.growth(results, usual, name).get(label)
+            grown = demands.growth(results, name).get(label)
             rows.append(
                 (
                     label,
@@ -193,8 +320,8 @@ def _databases(results: Results) -> str:
                 fetch.database,
                 ratio(line.over_floor, line.floors, line.misses_floor),
                 ratio(line.over_model),
-                milliseconds(line),
-                milliseconds(line, FLOOR),
+                milliseconds(line.race),
+                milliseconds(line.race, FLOOR),
                 f"{fetch.seconds.median * 1e3:.2f}",
                 str(fetch.records),
             )

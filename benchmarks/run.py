@@ -1,14 +1,19 @@
-"""Time kestrune.search_analytics against its rivals and against the cost of reading its records.
+"""Time kestrune.search_analytics on this interpreter: against its rivals, and against the cost of
+reading its records.
 
 Answers are compared before anything is timed; the run fails when they differ, never because
-something is slow. A whole run takes minutes and writes RESULTS.md and results.svg; a quick one
-writes into the build folder.
+something is slow. All that was found out is kept in a file of the build folder, from which
+publish.py makes RESULTS.md and results.svg. For whoever changes the extension:
+
+    python benchmarks/run.py --only fresh -k patterns --rounds 5
+    python benchmarks/run.py --only kinds -k patterns
 """
 
 import argparse
 import os
 import sys
 from dataclasses import replace
+from pathlib import Path
 
 import paths
 
@@ -17,10 +22,11 @@ def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(
         description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter
     )
-    parser.add_argument("--quick", action="store_true", help="under a minute; nothing to publish")
+    parser.add_argument("--quick", action="store_true", help="in a minute; nothing to publish")
     parser.add_argument(
         "-k",
         metavar="TEXT",
+        default="",
         help="only the operations whose label contains TEXT, and nothing else; nothing is written",
     )
     parser.add_argument(
@@ -30,6 +36,9 @@ def parse_arguments() -> argparse.Namespace:
         "seconds with -k; nothing is written",
     )
     parser.add_argument("--rounds", type=int, metavar="N", help="so many rounds")
+    parser.add_argument(
+        "--json", type=Path, metavar="FILE", help="keep the results in FILE instead"
+    )
     return parser.parse_args()
 
 
@@ -42,36 +51,32 @@ def main() -> None:
 
     settings = QUICK if arguments.quick else FULL
     if arguments.rounds:
-        settings = replace(settings, rounds=arguments.rounds, side_rounds=arguments.rounds)
-    if arguments.only:
-        from glance import Glance
-
-        getattr(Glance(settings, arguments.k or ""), arguments.only)()
-        return
-    from whole_run import WholeRun
-
-    run = WholeRun(settings)
+        names = ("rounds", "fresh_rounds", "kind_rounds", "side_rounds")
+        settings = replace(settings, **dict.fromkeys(names, arguments.rounds))
     try:
-        if arguments.k is not None:
+        if arguments.only:
+            from glance import Glance
+
+            getattr(Glance(settings, arguments.k), arguments.only)()
+            return
+        from whole_run import WholeRun
+
+        run = WholeRun(settings)
+        if arguments.k:
             run.operations(arguments.k)
             return
-        run.everything()
+        results = run.everything()
     except DisagreementError as error:
         sys.exit(f"benchmark: answers differ: {error}")
-
     import demands
-    import picture
-    import report
 
-    print(
-        "\nNot met:" if (missed := list(demands.missed(run.results))) else "\nAll demands are met."
-    )
+    missed = list(demands.missed(results))
+    print("\nNot met:" if missed else "\nAll demands are met.")
     for text in missed:
         print(f"  {text}")
-    folder = paths.BUILD if arguments.quick else paths.BENCHMARKS
-    for name, write in (("RESULTS.md", report.write), ("results.svg", picture.write)):
-        write(folder / name, run.results)
-        print(f"Wrote {os.path.relpath(folder / name)}")
+    file = arguments.json or paths.results(arguments.quick) / f"{results.name}.json"
+    results.save(file)
+    print(f"Wrote {os.path.relpath(file)}")
 
 
 if __name__ == "__main__":

@@ -13,16 +13,12 @@ from timing import Race, Spread, race
 
 @dataclass
 class Line:
-    """What one race found out, and what was demanded of it.
-
-    `faster` is how many times faster than the model the extension must be, `floors` how many
-    times its floor it may take.
-    """
+    """What a race of repeated calls found out; `floors` is how many times its floor the extension
+    may take."""
 
     label: str
     records: int
     race: Race
-    faster: float | None = None
     floors: float | None = None
 
     def ratio(self, slower: str, faster: str) -> Spread | None:
@@ -38,12 +34,6 @@ class Line:
     @property
     def over_floor(self) -> Spread | None:
         return self.ratio(EXTENSION, FLOOR)
-
-    @property
-    def misses_model(self) -> bool:
-        """Whether the extension is not as much faster than the model as it must be."""
-        spread = self.over_model
-        return self.faster is not None and spread is not None and spread.median < self.faster
 
     @property
     def misses_floor(self) -> bool:
@@ -63,7 +53,7 @@ def report_progress(line: Line) -> None:
     if EXTENSION in line.race.seconds:
         parts.append(f"{line.race.time(EXTENSION).median * 1e3:9.3f} ms")
     for what, spread, is_missed in (
-        ("model", line.over_model, line.misses_model),
+        ("model", line.over_model, False),
         ("floor", line.over_floor, line.misses_floor),
     ):
         if spread is not None:
@@ -97,12 +87,6 @@ def run_race(
     turn_seconds: float,
 ) -> Line:
     """Race calls that are known to agree, and print what came of it."""
-    line = Line(
-        operation.label,
-        records,
-        race(calls, rounds, turn_seconds),
-        operation.faster,
-        operation.floors,
-    )
+    line = Line(operation.label, records, race(calls, rounds, turn_seconds), operation.floors)
     report_progress(line)
     return line

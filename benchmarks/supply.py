@@ -1,10 +1,8 @@
 """Records that nobody has read yet: the same evaluations, made anew as often as wanted.
 
 A caller fetches for each call. What it gets has been decoded just before: every string, number,
-list and dictionary is new, and no value's hash is known. Decoding JSON is slow, so it happens once
-for a workload; each of its records is kept as a pickle of its values and restored from that. A
-pickle keeps what is one object and what is two, so the restored records are built of as many
-objects, in the same order, as the decoded ones.
+list and dictionary is new, and the hash of no value is known. Here they are restored from pickles,
+as workloads.py makes them.
 """
 
 import itertools

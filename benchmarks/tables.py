@@ -3,8 +3,7 @@
 from collections.abc import Iterable
 
 from contestants import EXTENSION
-from side_by_side import Line
-from timing import Spread
+from timing import Race, Spread
 
 
 def table(head: Iterable[str], rows: Iterable[Iterable[str]]) -> str:
@@ -24,9 +23,20 @@ def ratio(spread: Spread | None, demand: float | None = None, missed: bool = Fal
     if spread is None:
         return ""
     text = f"{spread.median:.2f} ({spread.low:.2f} to {spread.high:.2f})"
-    return text + (f" / {demand:g}" if demand is not None else "") + mark(missed)
+    return text + _demanded(demand) + mark(missed)
 
 
-def milliseconds(line: Line, name: str = EXTENSION) -> str:
+def median(spread: Spread | None, demand: float | None = None, missed: bool = False) -> str:
+    """A median alone, and what is demanded of it."""
+    if spread is None:
+        return ""
+    return f"{spread.median:.2f}" + _demanded(demand) + mark(missed)
+
+
+def milliseconds(race: Race, name: str = EXTENSION) -> str:
     """The time of one contestant's call."""
-    return f"{line.race.time(name).median * 1e3:.2f}"
+    return f"{race.time(name).median * 1e3:.2f}"
+
+
+def _demanded(demand: float | None) -> str:
+    return f" / {demand:g}" if demand is not None else ""

@@ -1,21 +1,25 @@
-"""All parts of a run, one after the other."""
+"""All parts of a run on one interpreter, one after the other."""
 
-from typing import Any
+import sys
 
+import by_kind
 import contestants
 import databases
-import demo_records
+import fresh
 import growth
 import imports
 import machine
 import memory
+import show
 from frames import contest
+from kinds import DATA_CLASS, kinds
 from operations import OPERATIONS, QUESTIONS, Operation
 from reads import require_same_reads
 from results import Results
 from settings import Settings
-from shapes import SHAPES, reshaped
-from side_by_side import Line, announce, compare
+from shapes import PropertyEvaluation, reshaped
+from side_by_side import announce, compare, run_race
+from supply import Supply
 from workloads import NARROW, WIDE
 
 # Every so manyth record is enough to see what is read.
@@ -27,60 +31,99 @@ class WholeRun:
 
     def __init__(self, settings: Settings) -> None:
         self.settings = settings
-        self.modules = contestants.answering()
+        self.results = Results(sys.version_info[:2], machine.sources())
+        self.results.interpreter = machine.interpreter()
+        self.modules = contestants.answering(self.results.absent)
         self.floor = contestants.floor()
-        self.records = {
-            workload.name: workload.records(settings.records) for workload in (NARROW, WIDE)
+        self.supplies = {
+            workload.name: Supply(workload.records(settings.records)) for workload in (NARROW, WIDE)
         }
-        self.results = Results(load=machine.load())
 
-    def everything(self) -> None:
+    def everything(self) -> Results:
         """Take all parts, the most telling first."""
+        self.results.machine = machine.machine()
         for part in (
             self.operations,
+            self.kinds,
             self.imports,
             self.memory,
             self.databases,
-            self.shapes,
+            self.properties,
             self.demo,
             self.frames,
             self.growth,
         ):
             part()
+        return self.results
 
     def operations(self, text: str = "") -> None:
-        """Race on the operations whose label contains `text`."""
+        """Race on the operations whose label contains `text`: first calls, then repeated ones."""
         announce(f"The operations, {self.settings.records} records")
-        model = self.modules[contestants.MODEL]
+        print(show.FRESH_HEADING)
         for operation in OPERATIONS:
             if text in operation.label:
-                records = self.records[operation.workload]
-                require_same_reads(operation, records[::_FEW], model, self.floor)
-                line = self._compare(operation, records, self.settings.rounds)
-                self.results.operations.append(line)
+                self._operation(operation)
+
+    def _operation(self, operation: Operation) -> None:
+        supply = self.supplies[operation.workload]
+        fresh.require_same(operation, supply, self.modules)
+        first = fresh.measure(operation, supply, self.modules, self.settings.fresh_rounds)
+        self.results.fresh.append(first)
+        records = supply.records(DATA_CLASS)
+        require_same_reads(operation, records[::_FEW], self.modules[contestants.MODEL], self.floor)
+        calls = {name: operation.call(module, records) for name, module in self.modules.items()}
+        calls[contestants.FLOOR] = operation.floor_call(self.floor, records)
+        repeated = run_race(
+            operation, len(records), calls, self.settings.rounds, self.settings.turn_seconds
+        )
+        self.results.operations.append(repeated)
+        print(show.fresh_row(first, repeated.race), flush=True)
+
+    def kinds(self) -> None:
+        announce("Kinds of records")
+        print(show.KIND_HEADING)
+        supply = Supply(NARROW.records(self.settings.kind_records))
+        every = kinds(self.results.absent)
+        modules = {name: self.modules[name] for name in (contestants.EXTENSION, contestants.MODEL)}
+        for operation in by_kind.ASKED:
+            lines = by_kind.measure(operation, supply, modules, every, self.settings.kind_rounds)
+            self.results.kinds += lines
+            for line in lines:
+                print(show.kind_row(line, lines), flush=True)
 
     def frames(self) -> None:
         announce("Data frames")
-        records = {name: self._some(name) for name in self.records}
-        self.results.frames = contest.measure(
-            self.settings, self.modules[contestants.EXTENSION], records
+        supplies = {
+            workload.name: Supply(workload.records(self.settings.side_records))
+            for workload in (NARROW, WIDE)
+        }
+        self.results.frames, self.results.converted = contest.measure(
+            self.settings,
+            self.modules[contestants.EXTENSION],
+            supplies,
+            self.results.absent,
         )
 
-    def shapes(self) -> None:
-        for name, shape in SHAPES.items():
-            announce(f"Records with {name}")
-            records = reshaped(self._some(NARROW.name), shape)
-            self.results.shapes += self._questions(name, records)
+    def properties(self) -> None:
+        announce("Records with properties")
+        records = NARROW.records(self.settings.side_records)
+        self._others("properties", reshaped(records, PropertyEvaluation))
 
     def demo(self) -> None:
         announce("The demo's records")
-        records = demo_records.records(self.settings.demo_evaluations)
-        self.results.demo = self._questions("demo", records)
+        try:
+            import demo_records
+
+            records = demo_records.records(self.settings.demo_evaluations)
+        except ImportError as error:
+            self.results.absent["the demo's records"] = str(error)
+            return
+        self._others("demo", records)
 
     def databases(self) -> None:
         announce("The yield analysis over a database")
         self.results.databases, self.results.fetches = databases.measure(
-            self.settings, self.modules, self.floor
+            self.settings, self.modules, self.floor, self.results.absent
         )
 
     def growth(self) -> None:
@@ -89,22 +132,20 @@ class WholeRun:
 
     def memory(self) -> None:
         announce("Memory beyond the records")
-        self.results.memory = memory.measure(self.settings.memory_records)
+        self.results.memory = memory.measure(self.settings.memory_records, self.modules)
 
     def imports(self) -> None:
         announce("Import")
         self.results.imports = imports.measure(self.settings.import_rounds)
 
-    def _some(self, workload: str) -> list[Any]:
-        return self.records[workload][: self.settings.side_records]
-
-    def _questions(self, workload: str, records: list[Any]) -> list[Line]:
-        return [
-            self._compare(Operation(question.method, workload), records, self.settings.side_rounds)
-            for question in QUESTIONS
-        ]
-
-    def _compare(self, operation: Operation, records: list[Any], rounds: int) -> Line:
-        return compare(
-            operation, records, self.modules, self.floor, rounds, self.settings.turn_seconds
-        )
+    def _others(self, name: str, records: list) -> None:
+        for question in QUESTIONS:
+            line = compare(
+                Operation(question.method, name),
+                records,
+                self.modules,
+                self.floor,
+                self.settings.side_rounds,
+                self.settings.turn_seconds,
+            )
+            self.results.others.append(line)

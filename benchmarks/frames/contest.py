@@ -1,26 +1,29 @@
 """The extension against the data-frame libraries, with and without the conversion of records."""
 
+import importlib
 import time
 from collections.abc import Callable, Mapping
 from types import ModuleType
 from typing import Any
 
 import agreement
+import fresh
 from contestants import EXTENSION
+from fresh import Fresh, Prepare
+from kinds import DATA_CLASS
 from operations import OPERATIONS, Operation
 from settings import Settings
 from side_by_side import Line, run_race
+from supply import Supply
 
-from frames import duckdb_frames, pandas_frames, polars_frames
 from frames.questions import EXPECTED, Answerer, same_tables
 
-LIBRARIES: dict[str, dict[str, Answerer]] = {
-    "pandas": pandas_frames.ANSWERERS,
-    "polars": polars_frames.ANSWERERS,
-    "DuckDB": duckdb_frames.ANSWERERS,
+# By library, the module that asks it.
+LIBRARIES = {
+    "pandas": "frames.pandas_frames",
+    "polars": "frames.polars_frames",
+    "DuckDB": "frames.duckdb_frames",
 }
-CONVERTED = " (converted)"
-"""Marks a contestant that finds its frame ready."""
 
 ASKED = tuple(
     operation
@@ -28,53 +31,82 @@ ASKED = tuple(
     if operation.method in EXPECTED and operation.note != "filtered"
 )
 
+Answerers = Mapping[str, Mapping[str, Answerer]]
+"""By library, and by method."""
+
 
 def measure(
-    settings: Settings, extension: ModuleType, records: Mapping[str, list[Any]]
-) -> list[Line]:
-    """Race on each question that the libraries can express; `records` are by workload."""
-    lines = []
-    for operation in ASKED:
-        of_workload = records[operation.workload]
-        calls = {EXTENSION: operation.call(extension, of_workload)}
-        for library, answerers in LIBRARIES.items():
-            calls.update(_calls(library, answerers[operation.method], operation, of_workload))
-        _require_same(operation, calls)
-        lines.append(
-            run_race(
-                operation, len(of_workload), calls, settings.side_rounds, settings.turn_seconds
-            )
+    settings: Settings,
+    extension: ModuleType,
+    supplies: Mapping[str, Supply],
+    absent: dict[str, str],
+) -> tuple[list[Fresh], list[Line]]:
+    """Race on each question that the libraries can express; `supplies` are by workload.
+
+    Returns the first calls on fresh records, which they convert, and repeated calls on frames that
+    are ready, beside the extension's on records. Notes in `absent` which library is missing.
+    """
+    lines, converted = [], []
+    libraries = _installed(absent)
+    for operation in ASKED if libraries else ():
+        supply = supplies[operation.workload]
+        records = supply.records(DATA_CLASS)
+        calls = {EXTENSION: operation.call(extension, records)} | {
+            library: _asking(answerers[operation.method], operation, records)
+            for library, answerers in libraries.items()
+        }
+        _require_same(operation, calls, libraries)
+        converted.append(
+            run_race(operation, len(records), calls, settings.side_rounds, settings.turn_seconds)
         )
-        for library in LIBRARIES:
-            whole = lines[-1].ratio(library, EXTENSION)
-            asked = lines[-1].ratio(library + CONVERTED, EXTENSION)
-            print(f"    {library:<8}{whole.median:7.2f} times, {asked.median:.2f} converted")
-    return lines
+        del records, calls
+        prepares = {EXTENSION: fresh.preparing(operation, extension, supply, DATA_CLASS)} | {
+            library: _converting(answerers[operation.method], operation, supply)
+            for library, answerers in libraries.items()
+        }
+        lines.append(fresh.race(operation.label, len(supply), prepares, settings.side_rounds))
+        for library in libraries:
+            whole = lines[-1].ratio(library)
+            ready = converted[-1].ratio(library, EXTENSION)
+            print(f"    {library:<8}{whole.median:7.2f} times, {ready.median:.2f} converted")
+    return lines, converted
 
 
-def _calls(
-    library: str, answerer: Answerer, operation: Operation, records: list[Any]
-) -> dict[str, Callable[[], Any]]:
-    """Return a library's two calls: from the records on, and from its frame on."""
+def _installed(absent: dict[str, str]) -> Answerers:
+    found = {}
+    for library, module in LIBRARIES.items():
+        try:
+            found[library] = importlib.import_module(module).ANSWERERS
+        except ImportError as error:
+            absent[library] = str(error)
+    return found
+
+
+def _converting(answerer: Answerer, operation: Operation, supply: Supply) -> Prepare:
+    """Return what makes records and a library's call from the records on."""
+
+    def prepare() -> Callable[[], Any]:
+        records = supply.records(DATA_CLASS)
+        return lambda: answerer.ask(answerer.convert(records), time.time(), **operation.arguments)
+
+    return prepare
+
+
+def _asking(answerer: Answerer, operation: Operation, records: list[Any]) -> Callable[[], Any]:
+    """Return a library's call from its frame on."""
     frame = answerer.convert(records)
-
-    def whole() -> Any:
-        return answerer.ask(answerer.convert(records), time.time(), **operation.arguments)
-
-    def converted() -> Any:
-        return answerer.ask(frame, time.time(), **operation.arguments)
-
-    return {library: whole, library + CONVERTED: converted}
+    return lambda: answerer.ask(frame, time.time(), **operation.arguments)
 
 
-def _require_same(operation: Operation, calls: Mapping[str, Callable[[], Any]]) -> None:
+def _require_same(
+    operation: Operation, calls: Mapping[str, Callable[[], Any]], libraries: Answerers
+) -> None:
     """Raise DisagreementError unless every library answers as the extension does."""
     with agreement.stopped_clock():
         expected = EXPECTED[operation.method](calls[EXTENSION]())
-        for library, answerers in LIBRARIES.items():
-            for name in (library, library + CONVERTED):
-                table = answerers[operation.method].table(calls[name]())
-                if not same_tables(expected, table):
-                    raise agreement.DisagreementError(
-                        f"{operation.label}: {name} does not answer as the extension does"
-                    )
+        for library, answerers in libraries.items():
+            table = answerers[operation.method].table(calls[library]())
+            if not same_tables(expected, table):
+                raise agreement.DisagreementError(
+                    f"{operation.label}: {library} does not answer as the extension does"
+                )
