@@ -167,11 +167,12 @@ mutants: $(STAMPS)/build $(STAMPS)/test ## break the sources in hundreds of ways
 bench: $(if $(ALL),$(STAMPS)/rivals,measure) ## time the extension on fresh records, beside its rivals (QUICK=1: in a minute; ALL=1: each CPython found)
 ifneq ($(ALL),)
 	@$(PY) tools/find_pythons.py > build/pythons.txt
-	@while read -r version python; do \
+	@failed=; while read -r version python; do \
 	    echo "== CPython $$version: $$python"; \
 	    $(MAKE) measure ALL= PYTHON="$$python" VENV="build/matrix/$$version/venv" \
-	        BUILD="build/matrix/$$version/release" < /dev/null || exit 1; \
-	done < build/pythons.txt
+	        BUILD="build/matrix/$$version/release" < /dev/null || failed="$$failed $$version"; \
+	done < build/pythons.txt; \
+	if [ -n "$$failed" ]; then echo "make bench: no results of CPython$$failed."; exit 1; fi
 endif
 	@$(PY) benchmarks/publish.py $(if $(QUICK),--quick)
 
