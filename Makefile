@@ -213,7 +213,9 @@ $(STAMPS)/test: examples/requirements.txt
 # long; what is missing takes no part, and the report names it.
 $(STAMPS)/rivals: requirements/rivals.txt examples/requirements.txt $(STAMPS)/venv
 	@echo "Installing requirements/rivals.txt, as far as it goes"
-	@cat requirements/rivals.txt examples/requirements.txt | grep '^[a-z]' | while read -r package; do \
+	@$(PY) -m pip install --quiet --only-binary :all: -r requirements/rivals.txt \
+	    -r examples/requirements.txt 2> build/pip.log || \
+	cat requirements/rivals.txt examples/requirements.txt | grep '^[a-z]' | while read -r package; do \
 	    $(PY) -m pip install --quiet --only-binary :all: "$$package" < /dev/null 2> build/pip.log || \
 	        echo "$$package cannot be installed: $$(tail -n 1 build/pip.log)"; \
 	done
