@@ -1,11 +1,11 @@
 """What the figures were taken on."""
 
+import gzip
 import hashlib
 import os
 import platform
 import re
 import shlex
-import subprocess
 import sys
 import sysconfig
 from datetime import datetime, timezone
@@ -44,8 +44,8 @@ def interpreter() -> list[tuple[str, str]]:
     """Return how the interpreter was built, and what it was used with, when the run begins."""
     return [
         ("CPython", platform.python_version()),
-        ("from", _source()),
-        ("configured", _optimisation()),
+        ("from", f"Debian's {package}" if (package := _package()) else "built by hand"),
+        ("configured", _options()),
         ("compiled", f"{platform.python_compiler()}, {_flags()}"),
         ("extension compiled", compiling.compiler_version()),
         ("libraries", ", ".join(f"{name} {_version(name)}" for name in _PACKAGES)),
@@ -109,27 +109,25 @@ def _memory() -> str:
     return f"{size / 2**30:.0f} GiB"
 
 
-def _source() -> str:
-    """Who built the interpreter: a package of Debian's, or somebody by hand."""
-    executable = os.path.realpath(getattr(sys, "_base_executable", sys.executable))
+def _package() -> str | None:
+    """Return the version of Debian's package that the interpreter is from, or None."""
+    program = Path(getattr(sys, "_base_executable", None) or sys.executable).resolve()
+    history = program.parents[1] / "share" / "doc" / program.name / "changelog.Debian.gz"
     try:
-        owner = _said("dpkg-query", "--search", executable).partition(":")[0]
-        number = _said("dpkg-query", "--show", "--showformat=${Version}", owner)
-    except (OSError, subprocess.CalledProcessError):
-        return "built by hand"
-    return f"Debian's package {owner} {number}"
+        with gzip.open(history, "rt", encoding="utf-8") as lines:
+            return next(lines).partition(";")[0]
+    except (OSError, StopIteration):
+        return None
 
 
-def _said(*command: str) -> str:
-    done = subprocess.run(command, check=True, capture_output=True, text=True)
-    return done.stdout.strip()
-
-
-def _optimisation() -> str:
+def _options() -> str:
     """The options of the interpreter's configuration that make it quicker or slower."""
     options = shlex.split(sysconfig.get_config_var("CONFIG_ARGS") or "")
     telling = [option for option in options if re.match(_TELLING_OPTIONS, option)]
-    return " ".join(telling) or "without optimisation options"
+    if not any(re.match("--(enable-optimizations|with-lto)", option) for option in telling):
+        hidden = "what Debian's rules add is not told"
+        telling.append(f"({hidden if _package() else 'neither PGO nor LTO'})")
+    return " ".join(telling)
 
 
 def _flags() -> str:
