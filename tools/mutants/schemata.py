@@ -1,7 +1,8 @@
 """Sources that hold all mutants at once, of which each process chooses one.
 
 Building takes far longer than a test that notices a mutant, so that there is one build for all of
-them: `original` becomes `(::mutant(17) ? (changed) : (original))`.
+them: `original` becomes `(::mutant(17) ? (changed) : (original))`. Each line stays where it is:
+tracebacks name lines of the sources.
 """
 
 from __future__ import annotations
@@ -11,10 +12,15 @@ from catalogue import Mutant
 
 def choice(mutant: Mutant, original: str) -> str:
     """Return the text that is the mutant where it is chosen, and the original elsewhere."""
-    chosen = f"::mutant({mutant.number})"
+    chosen, changed = f"::mutant({mutant.number})", in_one_line(mutant.changed)
     if original.endswith((";", "}")):
-        return f"if ({chosen}) {{ {mutant.changed} }} else {{ {original} }}"
-    return f"({chosen} ? ({mutant.changed}) : ({original}))"
+        return f"if ({chosen}) {{ {changed} }} else {{ {original} }}"
+    return f"({chosen} ? ({changed}) : ({original}))"
+
+
+def in_one_line(text: str) -> str:
+    """Return a text without its line breaks."""
+    return " ".join(line.strip() for line in text.splitlines())
 
 
 def render(text: str, mutants: list[Mutant]) -> str:
@@ -43,4 +49,5 @@ def _render(text: str, start: int, end: int, spans: list[tuple[tuple[int, int], 
 def replace(text: str, mutant: Mutant) -> str:
     """Return the text of a source with one mutant in its place."""
     first, last = mutant.span(text)
-    return text[:first] + mutant.changed + text[last:]
+    lines = "\n" * text.count("\n", first, last)
+    return text[:first] + in_one_line(mutant.changed) + lines + text[last:]
