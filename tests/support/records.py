@@ -86,6 +86,8 @@ class LateRecord:
         self._log, self._label, self._fields = log, label, dict(fields)
 
     def __getattr__(self, name: str) -> Any:
+        if name in ("_log", "_label", "_fields"):  # somebody has taken its dictionary away
+            raise AttributeError(name)
         self._log.append(("asked", self._label, name))
         try:
             return self._fields[name]
