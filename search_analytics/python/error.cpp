@@ -2,9 +2,36 @@
 #include "python/error.h"
 
 #include "python/compat.h"
+#include "python/object.h"
 #include "python/ref.h"
 
 namespace search_analytics {
+
+namespace {
+
+// The statement `raise exception`, with a cause that is an exception or null. A class is called;
+// where what it gives is not of that class, the interpreter makes an instance of it once more.
+[[noreturn]] void raise_by_statement(Arg exception, PyObject* cause) {
+    const bool is_class = PyExceptionClass_Check(exception.get());
+    const Ref instance = is_class ? Ref::steal(PyObject_CallNoArgs(exception)) : exception.share();
+    PyObject* const given = type_of(instance);
+    if (!PyExceptionInstance_Check(instance.get())) {
+        if (!is_class) {
+            raise(PyExc_TypeError, "exceptions must derive from BaseException");
+        }
+        PyErr_Format(PyExc_TypeError,
+                     "calling %R should have returned an instance of BaseException, not %R",
+                     exception.get(), given);
+        throw ErrorSet();
+    }
+    if (cause != nullptr) {
+        PyException_SetCause(instance.get(), Py_NewRef(cause));
+    }
+    PyErr_SetObject(is_class ? exception.get() : given, instance.get());
+    throw ErrorSet();
+}
+
+}  // namespace
 
 void raise(PyObject* type, const char* text) {
     PyErr_SetString(type, text);
@@ -24,28 +51,9 @@ void raise_name_error(Arg name) {
     throw ErrorSet();
 }
 
-void raise_object(Arg exception) {
-    Ref instance = exception.share();
-    if (PyExceptionClass_Check(exception.get())) {
-        instance = Ref::steal(PyObject_CallNoArgs(exception));
-    }
-    if (!PyExceptionInstance_Check(instance.get())) {
-        raise(PyExc_TypeError, "exceptions must derive from BaseException");
-    }
-    PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(instance.get())), instance.get());
-    throw ErrorSet();
-}
+void raise_object(Arg exception) { raise_by_statement(exception, nullptr); }
 
-void raise_object_from(Arg exception, Arg cause) {
-    Ref instance = exception.share();
-    if (PyExceptionClass_Check(exception.get())) {
-        instance = Ref::steal(PyObject_CallNoArgs(exception));
-    }
-    if (PyExceptionInstance_Check(instance.get())) {
-        PyException_SetCause(instance.get(), Py_NewRef(cause));
-    }
-    raise_object(instance.get());
-}
+void raise_object_from(Arg exception, Arg cause) { raise_by_statement(exception, cause.get()); }
 
 bool error_is(PyObject* type) { return PyErr_ExceptionMatches(type) != 0; }
 

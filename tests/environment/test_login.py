@@ -249,6 +249,40 @@ def test_an_auth_error_that_makes_classes_is_raised_as_an_instance(client, token
     assert caught.value.__cause__ is token
 
 
+@pytest.mark.parametrize("cause", [None, RuntimeError("cause")], ids=["no token", "failure"])
+@pytest.mark.parametrize("given", [5, ValueError("other")], ids=["no exception", "another class"])
+def test_a_class_that_makes_something_else_is_raised_as_the_statement_does(client, given, cause):
+    made = []
+
+    class OddError(Exception):
+        def __new__(cls, *args):
+            made.append(args)
+            return given
+
+    def plainly():
+        if cause is None:
+            raise OddError
+        try:
+            raise cause
+        except RuntimeError as failure:
+            raise OddError from failure
+
+    def told(call):
+        made.clear()
+        given_error.__cause__ = given_error.__context__ = None
+        with pytest.raises((TypeError, ValueError)) as caught:
+            call()
+        error = caught.value
+        return type(error), str(error), error.__cause__, error.__context__, list(made)
+
+    given_error = given if isinstance(given, Exception) else Exception()
+    client.auth.AuthError = lambda message: OddError
+    get_token = failing(cause) if cause else lambda: None
+    client.onboarding._auth_manager = SimpleNamespace(get_token=get_token)
+    found = told(lambda: _require_registered_or_logged_in(client.onboarding))
+    assert found == told(plainly)
+
+
 def test_the_cause_keeps_its_traceback(client):
     def fetch():
         raise RuntimeError("mine")
