@@ -74,15 +74,22 @@ Ref GranularityCache::look_up(const KeyMap& map, Py_ssize_t level) const {
     return item(load_global(state_, map.name), tuple_item(levels_, level));
 }
 
+// The member's pair of levels, or an empty Ref. REQUIRES: has_plain_names(the member).
+Ref GranularityCache::own_levels() const {
+    assert(has_plain_names(aggregate_by_));
+    return own_attribute(aggregate_by_, state_.names()._value_);
+}
+
 // Notes what the granularity was worked out from, if it can be relied on.
 void GranularityCache::learn() {
     PyObject* enumeration = type_of(aggregate_by_);
     PyObject* metaclass = type_of(enumeration);
     is_known_ = vocabulary_.is_original() && is_bound(state_, vocabulary_.name(), enumeration) &&
                 is_as_made(state_, enumeration) && is_as_made(state_, metaclass) &&
-                class_version(enumeration) != 0 && class_version(metaclass) != 0;
+                class_version(enumeration) != 0 && class_version(metaclass) != 0 &&
+                has_plain_names(aggregate_by_);
     // Only of such a member: reading it from anything else may run code.
-    levels_ = is_known_ ? own_attribute(aggregate_by_, state_.names()._value_) : Ref();
+    levels_ = is_known_ ? own_levels() : Ref();
     is_known_ = is_known_ && (granularity_.is_by_name || is_pair_of_str(levels_));
     member_ = Shape(aggregate_by_);
     metaclass_ = Shape(enumeration);
@@ -94,10 +101,10 @@ bool GranularityCache::has_same_levels() {
         !vocabulary_.is_original()) {
         return false;
     }
-    PyObject* levels = value_.peek(aggregate_by_);
-    return levels != nullptr
-               ? levels == levels_.get()
-               : own_attribute(aggregate_by_, state_.names()._value_).get() == levels_.get();
+    if (PyObject* levels = value_.peek(aggregate_by_); levels != nullptr) {
+        return levels == levels_.get();
+    }
+    return has_plain_names(aggregate_by_) && own_levels().get() == levels_.get();
 }
 
 // Whether a key map holds the item key of a level still, and finding that out runs no code.

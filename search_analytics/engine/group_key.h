@@ -56,6 +56,7 @@ class GranularityCache {
     bool has_same_maps();
     bool is_same(KeyMap& seen, Py_ssize_t level, const Ref& key) const;
     Ref look_up(const KeyMap& map, Py_ssize_t level) const;
+    Ref own_levels() const;
     void learn();
 
     ModuleState& state_;

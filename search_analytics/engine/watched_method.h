@@ -6,6 +6,9 @@
 
 namespace search_analytics {
 
+// Whether looking up an attribute that is the object's own would run no code.
+bool has_plain_names(PyObject* object);
+
 // A method of the engine, as it is found on one object.
 class WatchedMethod {
    public:

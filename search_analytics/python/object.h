@@ -69,8 +69,27 @@ inline Ref attribute_or_none(Arg object, Arg name) {
     return Ref::steal(value);
 }
 
+// Whether the names of an object's own attributes are few and all of them texts, so that looking
+// one up there runs no code. May make the dictionary that holds them.
+inline bool names_are_texts(Arg object) {
+    constexpr Py_ssize_t kMost = 64;
+    if constexpr (!compat::kHasLock) {
+        return false;  // Another thread may exchange them meanwhile.
+    }
+    PyObject** place = _PyObject_GetDictPtr(object);
+    if (place == nullptr || *place == nullptr) {
+        return true;
+    }
+    bool are_texts = PyDict_GET_SIZE(*place) <= kMost;
+    PyObject* name = nullptr;
+    for (Py_ssize_t at = 0; are_texts && PyDict_Next(*place, &at, &name, nullptr) != 0;) {
+        are_texts = is_exact_str(name);
+    }
+    return are_texts;
+}
+
 // The value of `name` as object.__getattribute__ finds it, or an empty Ref. Runs code only for a
-// descriptor of that name.
+// descriptor of that name, and for names that are no texts.
 inline Ref own_attribute(Arg object, Arg name) {
     PyObject* value = PyObject_GenericGetAttr(object, name);
     if (value == nullptr) {

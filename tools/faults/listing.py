@@ -42,6 +42,8 @@ CANNOT_FAIL = {
     *("_PyThreadState_UncheckedGet", "_Py_Dealloc", "_Py_IsFinalizing"),
     # Where the keys of a class fail to compare, it finds nothing, and so does the interpreter.
     "_PyType_Lookup",
+    # Without memory for the dictionary it says that there is none.
+    "_PyObject_GetDictPtr",
     # It is given an int, and strings that can be read as they are.
     *("PyLong_AsLongLongAndOverflow", "PyUnicode_Compare"),
 }
