@@ -59,6 +59,10 @@ def lengthen_the_value(w: World) -> None:
     set_back(w, member(w), "_value_", ("function", "feature", "more"))
 
 
+def list_the_levels(w: World) -> None:
+    set_back(w, member(w), "_value_", ["function", "feature"])
+
+
 def edit_the_function_map(w: World) -> None:
     set_item(w, w.module._FUNC_KEY_MAP, "function_family", "function_name")
 
@@ -130,6 +134,15 @@ def look_up_aloud(w: World) -> None:
     w.patch(w.module.AggregateBy, "__getattribute__", look_up)
 
 
+def look_members_up_aloud(w: World) -> None:
+    def look_up(cls: Any, name: str) -> Any:
+        if cls is w.module.AggregateBy and name == "NONE":
+            w.note("member", name)
+        return type.__getattribute__(cls, name)
+
+    w.patch(type(w.module.AggregateBy), "__getattribute__", look_up)
+
+
 def rename_the_names(w: World) -> None:
     set_back(w, w.module.AggregateBy, "NONE", member(w))
 
@@ -148,12 +161,12 @@ def let_everything_be_names(w: World) -> None:
 CHANGES: dict[str, Change] = {
     change.__name__.replace("_", " "): change
     for change in (
-        *(change_the_value, spoil_the_value, lengthen_the_value),
+        *(change_the_value, spoil_the_value, lengthen_the_value, list_the_levels),
         *(edit_the_function_map, edit_the_feature_map, empty_the_feature_map),
         *(map_functions_to_a_number, map_features_to_own_text),
         *(replace_the_function_map, replace_the_feature_map),
         *(equal_anything, equal_itself_only, refuse_to_compare),
-        *(read_the_value_aloud, shadow_the_value, look_up_aloud),
+        *(read_the_value_aloud, shadow_the_value, look_up_aloud, look_members_up_aloud),
         *(rename_the_names, replace_the_enumeration, let_everything_be_names),
     )
 }

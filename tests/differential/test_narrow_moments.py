@@ -7,7 +7,7 @@ from collections.abc import Callable
 from typing import Any
 
 import pytest
-from differential.traps import assert_same, call, engine, fields, patch_constructor
+from differential.traps import assert_same, call, engine, fields, patch_constructor, plain
 from differential.world import World
 
 Call = Callable[[], Any]
@@ -235,6 +235,25 @@ def test_a_key_map_is_asked_once_for_each_record_when_the_other_changes() -> Non
         records[2].passed_thresholds = Deed(  # type: ignore[attr-defined]
             lambda: w.patch(w.module, "_FEAT_KEY_MAP", features)
         )
+        return call(w, records, "get_search_stats")
+
+    assert_same(build)
+
+
+def test_a_name_that_is_compared_changes_the_record_that_is_being_grouped() -> None:
+    def build(w: World) -> Call:
+        class Comparing(str):
+            __hash__ = str.__hash__
+
+            def __eq__(self, other: object) -> bool:
+                w.note("compared", str(other))
+                for record in records[1:]:
+                    record.era_id = "other"
+                return str.__eq__(self, other)
+
+        names = [Comparing("f"), "f", "f", "f"]
+        items = [[{"function_family": each, "function_subfamily": each}] for each in names]
+        records = [plain(index, function_metadata=each) for index, each in enumerate(items)]
         return call(w, records, "get_search_stats")
 
     assert_same(build)

@@ -6,8 +6,16 @@ from types import SimpleNamespace
 
 import pytest
 from kestrune.search_analytics import AggregateBy, EvalPool
+from support.copies import copy_of_the_module
 from support.environment import failing
-from support.parts import engine_over, evaluation, function_item, using
+from support.parts import (
+    RecordingTracker,
+    engine_over,
+    evaluation,
+    function_item,
+    pool,
+    using,
+)
 
 RECORD = SimpleNamespace(
     function_metadata=[
@@ -179,3 +187,21 @@ def test_errors_of_an_item_pass_unchanged_but_stop_iteration():
 
 def test_each_call_gives_a_new_key():
     assert key(RECORD) is not key(RECORD)
+
+
+def test_a_member_whose_value_a_record_changes_groups_by_the_new_one():
+    """Of a fresh copy: nobody has asked the member for its dictionary yet."""
+    module = copy_of_the_module()
+    by = module.AggregateBy.FUNCTION_FAMILY_FEATURE_FAMILY
+
+    class Changing:
+        def __getattr__(self, name):
+            by._value_ = ("function", "feature")
+            return getattr(record, name)
+
+    record = evaluation()
+    engine = module.SearchAnalytics(RecordingTracker([record, record, Changing(), record]), [pool()])
+    rows = engine.get_search_stats(aggregate_by=by, min_sample_size=0).rows
+    by_name = key(record, AggregateBy.FUNCTION_FEATURE)
+    by_family = key(record, AggregateBy.FUNCTION_FAMILY_FEATURE_FAMILY)
+    assert {row.group_key: row.evaluation_count for row in rows} == {by_family: 2, by_name: 2}
