@@ -49,6 +49,7 @@ struct Choice {
 
 bool is_watching = false;
 bool is_busy = false;
+bool takes_every_turn = false;
 std::vector<Range> helpers;
 std::map<Chain, std::uint32_t> met;
 std::array<Choice, 2> choices;
@@ -118,7 +119,8 @@ void set_error() {
 }
 
 void make_turn_due() {
-    search_analytics::work_since_look = is_watching ? search_analytics::kWorkBetweenLooks : 0;
+    const bool is_due = is_watching && takes_every_turn;
+    search_analytics::work_since_look = is_due ? search_analytics::kWorkBetweenLooks : 0;
 }
 
 }  // namespace faults
@@ -146,10 +148,12 @@ extern "C" {
     choice.remaining = occurrence;
 }
 
-[[gnu::visibility("default")]] void faults_start(PyObject* error_type) {
+// Begins to watch. With `every_turn`, each step of a loop gives others their turn.
+[[gnu::visibility("default")]] void faults_start(PyObject* error_type, int every_turn) {
     faults::met.clear();
     faults::fired = 0;
     faults::error_type = error_type;
+    faults::takes_every_turn = every_turn != 0;
     faults::is_watching = true;
     faults::make_turn_due();
 }

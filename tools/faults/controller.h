@@ -10,7 +10,7 @@ bool is_chosen(const void* frame);
 // Sets the error with which chosen calls fail.
 void set_error();
 
-// Lets the next step of any loop give others their turn, while calls are watched.
+// Lets the next step of any loop give others their turn, where each is to do so.
 void make_turn_due();
 
 }  // namespace faults

@@ -193,6 +193,15 @@ class Listing:
         ranges = sorted((f.begin, f.end) for f in self.functions.values() if f.is_helper)
         return [place for pair in ranges for place in pair]
 
+    @property
+    def turns(self) -> list[Chain]:
+        """The calls of a turn of the others, and those made in one."""
+        return [
+            chain
+            for chain, site in self.sites.items()
+            if site.fails == "take_turns_by_clock" or site.file == "python/turns.cpp"
+        ]
+
     def unknown(self) -> list[str]:
         """Functions of the interpreter that are called past the wrappers and may fail."""
         names = set()

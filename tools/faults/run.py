@@ -57,7 +57,7 @@ class Run:
         ) as process:
             assert process.stdin is not None
             assert process.stdout is not None
-            whole = {"helpers": self.listing.helpers, **plan}
+            whole = {"helpers": self.listing.helpers, "turns": self.listing.turns, **plan}
             process.stdin.write(b64encode(pickle.dumps(whole)).decode() + "\n")
             process.stdin.close()
             for line in process.stdout:

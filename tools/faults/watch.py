@@ -34,7 +34,7 @@ class Watch:
         self._library = library = ctypes.PyDLL(str(module.__file__))
         library.faults_stop.restype = library.faults_met.restype = ctypes.c_size_t
         library.faults_live_blocks.restype = ctypes.c_long
-        library.faults_start.argtypes = [ctypes.py_object]
+        library.faults_start.argtypes = [ctypes.py_object, ctypes.c_int]
         library.faults_choose.argtypes = [ctypes.c_size_t, ctypes.c_char_p, ctypes.c_uint32]
         places = array("I", helpers)
         library.faults_set_helpers(places.tobytes(), ctypes.c_size_t(len(places)))
@@ -45,9 +45,12 @@ class Watch:
             whole = array("I", chain + (0,) * (MOST_FRAMES - len(chain)))
             self._library.faults_choose(number, whole.tobytes(), occurrence)
 
-    def start(self, error: type[BaseException] = Injected) -> None:
-        """Begin to watch; chosen calls fail with `error`."""
-        self._library.faults_start(error)
+    def start(self, error: type[BaseException], every_turn: bool) -> None:
+        """Begin to watch; chosen calls fail with `error`.
+
+        With `every_turn`, each step of a loop gives others their turn, and not only some.
+        """
+        self._library.faults_start(error, every_turn)
 
     def stop(self) -> int:
         """Watch no longer. Returns how many of the chosen calls failed."""

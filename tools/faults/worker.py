@@ -44,10 +44,14 @@ def tell(kind: str, *values: Any) -> None:
 class Worker:
     """Runs scenarios with and without faults.
 
-    `known` are the calls that need not be tried as a second failure.
+    `turns` are the calls for which each step of a loop has to give others their turn, which takes
+    long; `known` are those that need not be tried as a second failure.
     """
 
-    def __init__(self, helpers: Iterable[int], known: Iterable[Chain] = ()) -> None:
+    def __init__(
+        self, helpers: Iterable[int], turns: Iterable[Chain], known: Iterable[Chain] = ()
+    ) -> None:
+        self.turns = set(turns)
         self.known = set(known)
         self.is_short = bool(self.known)
         self.watch = Watch(search_analytics, helpers)
@@ -56,8 +60,11 @@ class Worker:
             f"{info.exc_type.__name__} in {info.object!r}"
         )
 
-    def run(self, scenario: Scenario, trial: Trial | None = None) -> tuple[Outcome, int]:
+    def run(
+        self, scenario: Scenario, trial: Trial | None = None, every_turn: bool = False
+    ) -> tuple[Outcome, int]:
         """The outcome of a scenario, watched; and how many calls were made to fail."""
+        every_turn |= trial is not None and any(call in self.turns for call, _ in trial.calls)
         call, done = scenario.build()
         fired = 0
 
@@ -65,7 +72,7 @@ class Worker:
             nonlocal fired
             if trial is not None:
                 self.watch.choose(*trial.calls)
-            self.watch.start(ERRORS[trial.error] if trial else Injected)
+            self.watch.start(ERRORS[trial.error] if trial else Injected, every_turn)
             try:
                 return call()
             finally:
@@ -81,7 +88,7 @@ class Worker:
 
     def met(self, scenario: Scenario) -> dict[Chain, int]:
         """The calls that come by in a scenario without faults, once it is warm."""
-        self.run(scenario)
+        self.run(scenario, every_turn=True)
         return self.watch.met()
 
     def judge(self, scenario: Scenario, expected: Outcome, trial: Trial) -> int:
@@ -207,7 +214,7 @@ def allowed(scenario: Scenario, expected: Outcome, found: Outcome, trial: Trial)
 def serve() -> None:
     """Do what the plan says: scout scenarios, or examine each."""
     plan = pickle.loads(b64decode(sys.stdin.readline()))
-    worker = Worker(plan["helpers"], plan["known"])
+    worker = Worker(plan["helpers"], plan["turns"], plan["known"])
     gc.collect()
     gc.freeze()
     for name, chains in plan["scenarios"].items():

@@ -293,8 +293,8 @@ extern "C" int __wrap_PyArg_UnpackTuple(PyObject* tuple, const char* name, Py_ss
                                     places[3]);
 }
 
-// A turn of the others, which may bring any error. While calls are watched, each turn is due at
-// once, and the clock goes on by ten milliseconds at each look: all runs take the same turns.
+// A turn of the others, which may bring any error. The clock goes on by ten milliseconds at each
+// look, so that all runs take the same turns.
 extern "C" bool __real__ZN16search_analytics19take_turns_by_clockEv();
 extern "C" bool __wrap__ZN16search_analytics19take_turns_by_clockEv() {
     if (faults::is_chosen(__builtin_frame_address(0))) {
