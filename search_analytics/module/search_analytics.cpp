@@ -6,6 +6,7 @@
 #include "module/steps.h"
 #include "names/names.h"
 #include "records/walk_counts.h"
+#include "tables/slots.h"
 
 namespace search_analytics {
 
@@ -26,13 +27,23 @@ PyObject* report_walks(PyObject*, PyObject*) {
     return Py_BuildValue("nn", walk_counts.peeked.load(), walk_counts.asked.load());
 }
 
-PyMethodDef walk_report = {"walk_counts", report_walks, METH_NOARGS, nullptr};
+// How many slots of tables were looked at.
+PyObject* report_steps(PyObject*, PyObject*) {
+    return PyLong_FromSsize_t(step_counts.steps.load());
+}
+
+PyMethodDef reports[] = {
+    {"walk_counts", report_walks, METH_NOARGS, nullptr},
+    {"table_steps", report_steps, METH_NOARGS, nullptr},
+};
 
 // Tests of a build with assertions find the counts on the type of the module's functions.
-void show_walk_counts(const ModuleState& state) {
+void show_counts(const ModuleState& state) {
     if (kCountsWalks) {
-        const Ref report = Ref::steal(PyCFunction_New(&walk_report, nullptr));
-        set_attribute(state.function_type, interned_str(walk_report.ml_name), report);
+        for (PyMethodDef& report : reports) {
+            set_attribute(state.function_type, interned_str(report.ml_name),
+                          Ref::steal(PyCFunction_New(&report, nullptr)));
+        }
     }
 }
 
@@ -49,7 +60,7 @@ int execute(PyObject* module) {
         state.vocabulary = &whole.names;
         create_function_type(state);
         create_generator_type(state);
-        show_walk_counts(state);
+        show_counts(state);
         run_body(state);
         watch_for_interpreter_end(state);
         return 0;

@@ -51,7 +51,7 @@ void CountTable::add(Arg key, bool is_pass) {
         }
     } else if (is_exact_str(key)) {
         note_work(text_length(key));
-        const Name name = {text_hash(key), key};
+        const Name name(key);
         count(number_of_name(name, names_.find(name)), key, is_pass);
     } else {
         count(number_of_object(key), key, is_pass);

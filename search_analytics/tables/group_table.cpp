@@ -18,7 +18,7 @@ std::uint64_t scramble(std::uint64_t bits) {
 std::uint64_t set_hash(const NameList& names) {
     std::uint64_t sum = names.size();
     for (const Name& name : names) {
-        sum += scramble(static_cast<std::uint64_t>(name.hash));
+        sum += scramble(name.hash);
     }
     return sum;
 }

@@ -14,7 +14,7 @@ void NameSet::add(Arg value) {
         note_work(text_length(value));
     }
     if (is_exact() && holds_only_str_) [[likely]] {
-        const Name name = {text_hash(value), value};
+        const Name name(value);
         if (is_present(name)) {
             return;
         }

@@ -3,15 +3,17 @@
 
 #include <vector>
 
-#include "layout/value.h"
 #include "python/containers.h"
 #include "python/turns.h"
+#include "tables/name_hash.h"
 
 namespace search_analytics {
 
 // An exact string and its hash, borrowed.
 struct Name {
-    Py_hash_t hash;
+    explicit Name(PyObject* exact) : hash(name_hash(exact)), text(exact) {}
+
+    std::uint64_t hash;
     PyObject* text;
 };
 
@@ -74,7 +76,7 @@ inline bool NameSet::is_present(const Name& name) const {
 
 inline bool NameSet::add_borrowed(PyObject* text) {
     assert(is_exact());
-    const Name name = {text_hash(text), text};
+    const Name name(text);
     if (!is_present(name)) {
         names_.push_back(name);
     }

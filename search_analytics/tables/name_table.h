@@ -10,7 +10,7 @@ namespace search_analytics {
 
 // A name that is kept, and its hash.
 struct OwnedName {
-    Py_hash_t hash;
+    std::uint64_t hash;
     Ref text;
 
     bool is(const Name& name) const {
@@ -26,7 +26,7 @@ class NameTable {
 
     // The number of a name, or Slots::kNone where it has not been met.
     std::size_t find(const Name& name) const {
-        return slots_.find(static_cast<std::uint64_t>(name.hash),
+        return slots_.find(name.hash,
                            [&](std::size_t number) { return names_[number].is(name); });
     }
 
@@ -39,7 +39,7 @@ class NameTable {
     // Numbers a name that has not been met. REQUIRES: find() knows no number for it.
     std::size_t add(const Name& name) {
         assert(find(name) == Slots::kNone);
-        slots_.add(static_cast<std::uint64_t>(name.hash),
+        slots_.add(name.hash,
                    [&](std::size_t number) { return names_[number].hash; });
         names_.push_back({name.hash, Ref::share(name.text)});
         return names_.size() - 1;

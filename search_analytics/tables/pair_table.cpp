@@ -40,7 +40,7 @@ void PairTable::add_large_row(const Ref& set, bool is_pass) {
     row_.clear();
     std::vector<PyObject*> texts;
     for_each(set, [&](PyObject* text) {
-        add_to_row({text_hash(text), text});
+        add_to_row(Name(text));
         texts.push_back(text);
     });
     std::ranges::sort(

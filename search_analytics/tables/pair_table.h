@@ -40,10 +40,7 @@ class PairTable {
         std::uint32_t second;
 
         std::uint64_t hash() const {
-            std::uint64_t bits = (static_cast<std::uint64_t>(first) << 32) | second;
-            bits ^= bits >> 33;
-            bits *= 0xFF51AFD7ED558CCDU;
-            return bits ^ (bits >> 33);
+            return keyed_hash((static_cast<std::uint64_t>(first) << 32) | second);
         }
         bool operator==(const Pair&) const = default;
     };

@@ -1,12 +1,27 @@
 // Open addressing over numbered entries.
 #pragma once
 
+#include <atomic>
 #include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 namespace search_analytics {
+
+// How many slots were looked at by all tables of the process: for tests, in builds with assertions,
+// which show by it that no choice of names makes a table slow. Other builds count nothing.
+struct StepCounts {
+#ifndef NDEBUG
+    void add() { ++steps; }
+#else
+    void add() {}
+#endif
+
+    std::atomic<std::ptrdiff_t> steps = 0;
+};
+
+inline StepCounts step_counts;
 
 // Finds entries, which are kept elsewhere under numbers 0, 1, 2, ..., by their hashes.
 class Slots {
@@ -22,6 +37,7 @@ class Slots {
         }
         const std::size_t mask = slots_.size() - 1;
         for (std::size_t slot = first_slot(hash); slots_[slot] != 0; slot = (slot + 1) & mask) {
+            step_counts.add();
             const std::size_t number = slots_[slot] - 1;
             if (is_wanted(number)) {
                 return number;
@@ -65,6 +81,7 @@ class Slots {
         const std::size_t mask = slots_.size() - 1;
         std::size_t slot = first_slot(hash);
         while (slots_[slot] != 0) {
+            step_counts.add();
             slot = (slot + 1) & mask;
         }
         slots_[slot] = static_cast<std::uint32_t>(number + 1);
