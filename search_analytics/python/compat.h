@@ -196,8 +196,8 @@ inline PyObject* take_raised_exception() {
 #endif
 }
 
-// An exception as it is once it has been raised with a traceback, or with null. Takes over what it is
-// given. REQUIRES: they are normalised.
+// An exception as it is once it has been raised with a traceback, or with null. Takes over what it
+// is given. REQUIRES: they are normalised.
 inline PyObject* exception_with_traceback(PyObject* type, PyObject* value, PyObject* traceback) {
     assert(PyExceptionInstance_Check(value));
 #if PY_VERSION_HEX >= 0x030C0000
