@@ -23,6 +23,7 @@ def ended(pid: int) -> bool:
     return False
 
 
+@pytest.mark.usefixtures("programs")
 @pytest.mark.parametrize("failure", [None, KeyboardInterrupt], ids=["done", "interrupted"])
 def test_the_server_ends_with_its_block(demo: Any, failure: type[BaseException] | None) -> None:
     import psycopg
@@ -68,6 +69,7 @@ def test_without_programs_there_is_a_plain_error(
     assert list(tmp_path.iterdir()) == []
 
 
+@pytest.mark.usefixtures("programs")
 def test_a_server_that_fails_to_start_shows_its_log(
     demo: Any, monkeypatch: pytest.MonkeyPatch
 ) -> None:

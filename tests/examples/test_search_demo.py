@@ -50,6 +50,7 @@ def run(scratch: Path, *arguments: str) -> subprocess.CompletedProcess[str]:
     )
 
 
+@pytest.mark.usefixtures("programs")
 def test_both_databases_print_the_same_answers(scratch: Path) -> None:
     outputs = {}
     for database in ("sqlite", "postgres"):
@@ -111,6 +112,7 @@ def running_server(folder: Path) -> int | None:
     return None
 
 
+@pytest.mark.usefixtures("programs")
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM], ids=["ctrl-c", "terminate"])
 def test_an_ended_demo_leaves_no_server_and_no_files(scratch: Path, number: signal.Signals) -> None:
     def listen_to_ctrl_c() -> None:
