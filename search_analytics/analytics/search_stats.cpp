@@ -214,13 +214,10 @@ class RowWriter {
     // Keeps what was made of a row out of the collector's sight; the key, too, where it is a pair
     // of new sets that nobody else has seen.
     void defer_tracking(const Ref& row, const Ref& windows, const Ref& key) {
-        tracking_.defer(windows.get());
+        tracking_.defer(windows, row);
         if (statistics_.groups().is_exact()) {
-            tracking_.defer(key.get());
-            tracking_.defer(tuple_item(key, 0));
-            tracking_.defer(tuple_item(key, 1));
+            tracking_.defer(key, tuple_item(key, 0), tuple_item(key, 1));
         }
-        tracking_.defer(row.get());
     }
 
     Ref window_stats(std::size_t group, std::size_t window) {
@@ -279,8 +276,7 @@ class RowWriter {
                                                  {names_.evaluation_count, count}});
         are_original_ = are_original_ && window_stats_.was_original();
         if (are_original_) {
-            tracking_.defer(stats.get());
-            tracking_.defer(shares.get());
+            tracking_.defer(stats, shares);
         }
         return stats;
     }

@@ -23,13 +23,10 @@ class DeferredTracking {
         }
     }
 
-    // Takes a fresh container out of sight. Not where a collector may have shown it to another
-    // thread since it was made.
-    void defer(PyObject* container) {
-        if (compat::kHasLock && PyObject_GC_IsTracked(container) != 0) {
-            PyObject_GC_UnTrack(container);
-            deferred_.push_back(Ref::share(container));
-        }
+    // Takes fresh containers out of sight.
+    template <typename... Containers>
+    void defer(const Containers&... containers) {
+        (hide(Arg(containers)), ...);
     }
 
     // Shows all of them to the collector, as if they had just been made. From 3.12 on the collector
@@ -43,6 +40,14 @@ class DeferredTracking {
     }
 
    private:
+    // Not where a collector may have shown it to another thread since it was made.
+    void hide(PyObject* container) {
+        if (compat::kHasLock && PyObject_GC_IsTracked(container) != 0) {
+            PyObject_GC_UnTrack(container);
+            deferred_.push_back(Ref::share(container));
+        }
+    }
+
     void show() {
         for (const Ref& container : deferred_) {
             if (PyObject_GC_IsTracked(container.get()) == 0) {

@@ -43,6 +43,15 @@ inline bool same_bytes(const char* left, const char* right, std::size_t count) {
     return !differ(last);
 }
 
+// What a string holds, letter by letter in the form in which it keeps them: the same for equal
+// texts. REQUIRES: an exact string.
+inline std::span<const unsigned char> bytes_of(PyObject* text) {
+    assert(is_exact_str(text));
+    return {static_cast<const unsigned char*>(PyUnicode_DATA(text)),
+            static_cast<std::size_t>(PyUnicode_GET_LENGTH(text)) *
+                static_cast<std::size_t>(PyUnicode_KIND(text))};
+}
+
 // Whether two strings hold the same text. REQUIRES: both are exact strings.
 inline bool same_text(PyObject* left, PyObject* right) {
     assert(is_exact_str(left) && is_exact_str(right));

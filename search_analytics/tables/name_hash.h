@@ -42,21 +42,20 @@ inline constexpr std::size_t kMostBytesHashed = 128;
 // string.
 inline std::uint64_t name_hash(PyObject* text) {
     assert(is_exact_str(text));
-    const auto size = static_cast<std::size_t>(PyUnicode_GET_LENGTH(text)) *
-                      static_cast<std::size_t>(PyUnicode_KIND(text));
+    const auto bytes = bytes_of(text);
+    const std::size_t size = bytes.size();
     if (size > kMostBytesHashed) [[unlikely]] {
         return keyed_hash(static_cast<std::uint64_t>(text_hash(text)));
     }
     const HashKeys keys = kHashKeys;
-    const auto* bytes = static_cast<const unsigned char*>(PyUnicode_DATA(text));
     const auto word = [&](std::size_t at) {
         std::uint64_t read = 0;
-        std::memcpy(&read, bytes + at, sizeof(read));
+        std::memcpy(&read, bytes.data() + at, sizeof(read));
         return read;
     };
     const auto half = [&](std::size_t at) {
         std::uint32_t read = 0;
-        std::memcpy(&read, bytes + at, sizeof(read));
+        std::memcpy(&read, bytes.data() + at, sizeof(read));
         return static_cast<std::uint64_t>(read);
     };
     std::uint64_t hash = keys.first ^ size;
@@ -71,8 +70,8 @@ inline std::uint64_t name_hash(PyObject* text) {
         return folded_product(half(0) ^ keys.second, half(size - 4) ^ hash);
     }
     std::uint64_t few = 0;
-    for (std::size_t at = 0; at < size; ++at) {
-        few = few << 8 | bytes[at];
+    for (const unsigned char byte : bytes) {
+        few = few << 8 | byte;
     }
     return folded_product(few ^ keys.second, hash);
 }

@@ -26,8 +26,7 @@ class NameTable {
 
     // The number of a name, or Slots::kNone where it has not been met.
     std::size_t find(const Name& name) const {
-        return slots_.find(name.hash,
-                           [&](std::size_t number) { return names_[number].is(name); });
+        return slots_.find(name.hash, [&](std::size_t number) { return names_[number].is(name); });
     }
 
     // The same; a name that has not been met is numbered now.
@@ -39,8 +38,7 @@ class NameTable {
     // Numbers a name that has not been met. REQUIRES: find() knows no number for it.
     std::size_t add(const Name& name) {
         assert(find(name) == Slots::kNone);
-        slots_.add(name.hash,
-                   [&](std::size_t number) { return names_[number].hash; });
+        slots_.add(name.hash, [&](std::size_t number) { return names_[number].hash; });
         names_.push_back({name.hash, Ref::share(name.text)});
         return names_.size() - 1;
     }

@@ -136,4 +136,3 @@ def test_names_of_every_length_are_told_apart(letters: str) -> None:
     yields = engine_over(records).get_search_patterns().family_yield_rates
     expected = dict.fromkeys(names, 2) | dict.fromkeys(changed, 1)
     assert {row.function_family: row.total for row in yields} == expected
-
