@@ -212,7 +212,7 @@ int traverse(PyObject* self, visitproc visit, void* arg) noexcept {
 
 // Breaks the cycles through what Python code put here. The module and its namespace break their
 // own, so that a function which outlives a collection can still be called.
-int clear(PyObject* self) noexcept {
+int clear(PyObject* self) {
     FunctionObject* function = as_function(self);
     Py_CLEAR(function->module_name);
     Py_CLEAR(function->documentation);
@@ -225,7 +225,7 @@ int clear(PyObject* self) noexcept {
     return 0;
 }
 
-void deallocate(PyObject* self) noexcept {
+void deallocate(PyObject* self) {
     FunctionObject* function = as_function(self);
     const Ref type = Ref::adopt(reinterpret_cast<PyObject*>(Py_TYPE(self)));
     PyObject_GC_UnTrack(self);

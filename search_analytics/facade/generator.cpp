@@ -209,7 +209,7 @@ int traverse(PyObject* self, visitproc visit, void* arg) noexcept {
     return 0;
 }
 
-void deallocate(PyObject* self) noexcept {
+void deallocate(PyObject* self) {
     const Ref type = Ref::adopt(reinterpret_cast<PyObject*>(Py_TYPE(self)));
     PyObject_GC_UnTrack(self);
     PyObject_ClearWeakRefs(self);

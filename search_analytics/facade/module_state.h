@@ -28,7 +28,7 @@ struct CompiledStatements {
     std::array<Statement, 32> list;
     std::size_t count;
 
-    void destroy() noexcept {
+    void destroy() {
         for (Statement& statement : list) {
             Py_CLEAR(statement.code);
         }

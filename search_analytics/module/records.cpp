@@ -60,12 +60,14 @@ class StandsAmongLoadedModules {
     StandsAmongLoadedModules& operator=(const StandsAmongLoadedModules&) = delete;
     ~StandsAmongLoadedModules() {
         if (added_ && !thread_is_ending()) {
-            const SetAside error;
-            try {
-                delete_item(modules_, name_);
-            } catch (const ErrorSet&) {
-                forget_error();
-            }
+            without_unwinding([&] {
+                const SetAside error;
+                try {
+                    delete_item(modules_, name_);
+                } catch (const ErrorSet&) {
+                    forget_error();
+                }
+            });
         }
     }
 

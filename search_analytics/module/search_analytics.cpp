@@ -74,7 +74,7 @@ int traverse(PyObject* module, visitproc visit, void* arg) noexcept {
     });
 }
 
-void release(void* module) noexcept {
+void release(void* module) {
     WholeState& whole = whole_state_of(static_cast<PyObject*>(module));
     whole.common.visit([](PyObject*& field) {
         Py_CLEAR(field);

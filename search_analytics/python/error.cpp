@@ -1,6 +1,8 @@
 // Errors: how the interpreter's error indicator and C++ exceptions meet.
 #include "python/error.h"
 
+#include <unistd.h>
+
 #include "python/compat.h"
 #include "python/object.h"
 #include "python/ref.h"
@@ -86,7 +88,7 @@ SetAside::SetAside()
 
 SetAside::~SetAside() {
     if (error_ != nullptr && !thread_is_ending()) {
-        compat::restore_raised_exception(error_);
+        without_unwinding([&] { compat::restore_raised_exception(error_); });
     }
 }
 
@@ -98,7 +100,7 @@ HandledException::HandledException(Arg exception) noexcept {
 
 HandledException::~HandledException() {
     if (!thread_is_ending()) {
-        PyErr_SetExcInfo(type_, value_, traceback_);
+        without_unwinding([&] { PyErr_SetExcInfo(type_, value_, traceback_); });
     }
 }
 
@@ -112,6 +114,12 @@ void replace_stop_iteration() {
     const HandledException handled(stop);
     PyException_SetCause(error.get(), stop.copy().release());
     PyErr_SetObject(PyExc_RuntimeError, error.get());
+}
+
+void stop_thread() {
+    for (;;) {
+        pause();
+    }
 }
 
 }  // namespace search_analytics

@@ -92,6 +92,22 @@ class HandledException {
 // out unseen, since its consumer would take it for the end.
 void replace_stop_iteration();
 
+// Stops this thread for as long as the process lives.
+[[noreturn]] void stop_thread();
+
+// Runs what may run Python code inside of a destructor. When the process ends, the interpreter ends
+// a daemon thread by unwinding its stack, which gets through no destructor of the C++ library: such a
+// thread stops where it stands, as newer interpreters let all of them. It does not hold the
+// interpreter's lock then, and nobody waits for it.
+template <typename Action>
+[[gnu::always_inline]] inline void without_unwinding(Action&& action) noexcept {
+    try {
+        action();
+    } catch (...) {
+        stop_thread();
+    }
+}
+
 // The boundary between C++ and the interpreter: runs `body`, and turns what it throws into the
 // interpreter's error and `failed`. No C++ exception passes it. Not `noexcept`, though: when the
 // process ends, the interpreter ends a daemon thread that stands in a call by unwinding its

@@ -15,7 +15,7 @@
         void create() { LIST(SEARCH_ANALYTICS_CREATE, SEARCH_ANALYTICS_CREATE_TEXT) }             \
                                                                                                   \
         /* Releases every text. Only for the end of the module: until then code may run. */       \
-        void destroy() noexcept { LIST(SEARCH_ANALYTICS_DESTROY, SEARCH_ANALYTICS_DESTROY_TEXT) } \
+        void destroy() { LIST(SEARCH_ANALYTICS_DESTROY, SEARCH_ANALYTICS_DESTROY_TEXT) }          \
                                                                                                   \
         /* The text of a field, for what is checked while compiling. */                           \
         static consteval std::string_view text_of(PyObject* Name::* member) {                     \

@@ -27,7 +27,7 @@ inline bool thread_is_ending() {
     if (object == nullptr || thread_is_ending()) {
         return;
     }
-    Py_DECREF(object);
+    without_unwinding([&] { Py_DECREF(object); });
 }
 
 // Owns one reference. Move-only, so that every new reference is written out as `share`.
@@ -37,9 +37,7 @@ class Ref {
    public:
     Ref() noexcept = default;
     Ref(Ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
-    // Not `noexcept`, like the destructor: a thread may be unwound out of a finaliser.
-    // NOLINTNEXTLINE(performance-noexcept-move-constructor,bugprone-*)
-    Ref& operator=(Ref&& other) {
+    Ref& operator=(Ref&& other) noexcept {
         // The old object goes last: its finaliser may run code that looks at this Ref.
         PyObject* old = std::exchange(object_, std::exchange(other.object_, nullptr));
         drop(old);
@@ -47,8 +45,7 @@ class Ref {
     }
     Ref(const Ref&) = delete;
     Ref& operator=(const Ref&) = delete;
-    // NOLINTNEXTLINE(performance-noexcept-destructor,bugprone-*)
-    [[gnu::always_inline]] ~Ref() noexcept(false) { drop(object_); }
+    [[gnu::always_inline]] ~Ref() { drop(object_); }
 
     // Takes over a new reference as the interpreter's calls return it; null means that the call
     // failed, and is thrown on as ErrorSet.

@@ -255,3 +255,88 @@ def test_a_thread_of_a_late_exit_handler_is_ended_inside_its_call(operation):
     """,
         operation,
     )
+
+
+# What drops the last reference to a sleeper: places where no exception of C++ gets through.
+DROPS = {
+    "a generator that is freed": "search_analytics._candidate_era_configs(Sleeper(), None, None)",
+    "a generator with a weak reference": "watched(candidates(), sleep)",
+    "an attribute of a function": "assign('__doc__', Sleeper, lambda: None)",
+    "the defaults of a function": "assign('__kwdefaults__', held, lambda: None)",
+    "the annotations of a function": "assign('__annotations__', held, dict)",
+    "sums that are objects": "walk(engine_over([evaluation(sharpe=Sum(1.0))]), 'get_search_stats')",
+    "an error that is being handled": "refuse()",
+    "a copy of the module": "forget_copy()",
+}
+
+
+@pytest.mark.parametrize("drop", DROPS.values(), ids=DROPS)
+def test_a_thread_ends_quietly_in_a_finaliser_of_what_the_module_drops(drop):
+    outcome = run_child(
+        """
+    import gc, sys, threading, time, weakref
+    from types import ModuleType, SimpleNamespace
+    import kestrune.search_analytics as search_analytics
+    from support.copies import copy_of_the_module
+    from support.operations import walk
+    from support.parts import engine_over, evaluation
+
+    started = threading.Event()
+
+    def sleep(dead=None):
+        started.set()
+        while True:
+            time.sleep(0.001)
+
+    class Sleeper:
+        __del__ = sleep
+
+    class Sum(float, Sleeper):
+        def __add__(self, other):
+            return Sum(1.0)
+        __radd__ = __truediv__ = __add__
+
+    def candidates():
+        return search_analytics._candidate_era_configs(None, None, None)
+
+    def watched(thing, callback):
+        references.append(weakref.ref(thing, callback))
+
+    references = []
+
+    def held():
+        return {"a": Sleeper()}
+
+    def assign(name, *makers):
+        for make in makers:
+            setattr(search_analytics._usage_items, name, make())
+
+    def refuse():
+        '''The traceback of the error that is handled goes with its last frame.'''
+        def get_token():
+            sleeper = Sleeper()
+            raise ValueError
+
+        def auth_error(message):
+            sys.exc_info()[1].__traceback__ = None
+            return LookupError()
+
+        auth = sys.modules["kestrune.auth"] = ModuleType("kestrune.auth")
+        auth.AuthError = auth_error
+        manager = SimpleNamespace(get_token=get_token)
+        search_analytics._require_registered_or_logged_in(SimpleNamespace(_auth_manager=manager))
+
+    def forget_copy():
+        copy = copy_of_the_module()
+        copy._usage_items.sleeper = Sleeper()
+        copy.SearchAnalytics.sleeper = Sleeper()
+        del copy
+        gc.collect()
+
+    threading.Thread(target=eval, args=(sys.argv[1], globals()), daemon=True).start()
+    assert started.wait(30)
+    time.sleep(0.02)
+    """,
+        drop,
+    )
+    assert outcome.stderr == ""

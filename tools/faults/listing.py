@@ -31,7 +31,7 @@ CANNOT_FAIL = {
     *("PyErr_Fetch", "PyErr_GetExcInfo", "PyErr_GetRaisedException", "PyErr_NoMemory"),
     *("PyErr_Occurred", "PyErr_Restore", "PyErr_SetExcInfo", "PyErr_SetRaisedException"),
     *("PyEval_GetBuiltins", "PyEval_GetFrame", "PyException_GetTraceback"),
-    *("PyException_SetCause", "PyException_SetTraceback", "PyFrame_GetCode"),
+    *("PyDict_Next", "PyException_SetCause", "PyException_SetTraceback", "PyFrame_GetCode"),
     *("PyGILState_GetThisThreadState", "PyInterpreterState_Get", "PyInterpreterState_Main"),
     *("PyModuleDef_Init", "PyModule_GetDict", "PyModule_GetState", "PyObject_ClearWeakRefs"),
     *("PyObject_GC_IsTracked", "PyObject_GC_Track", "PyObject_GC_UnTrack"),

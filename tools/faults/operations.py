@@ -360,11 +360,13 @@ def no_token(error: Any) -> Callable[[Client], None]:
 CLIENTS: dict[str, Callable[[Client], None]] = {
     "no login, an odd error": no_login(5, is_failing=False),
     "no login, a class": no_login(KeyError, is_failing=False),
+    "no login, a class of classes": no_login(reluctant(KeyError), is_failing=False),
     "failing login, an odd error": no_login(5, is_failing=True),
     "failing login, a class": no_login(KeyError, is_failing=True),
     "failing login, a class of classes": no_login(reluctant(KeyError), is_failing=True),
     "no token, an odd error": no_token(5),
     "no token, a class": no_token(KeyError),
+    "no token, a class of classes": no_token(reluctant(KeyError)),
     "a search that is hardly stopped": lambda client: setattr(
         client.run_search("tracker"), "_stopped", []
     ),
