@@ -93,7 +93,9 @@ void GranularityCache::learn() {
     is_known_ = is_known_ && (granularity_.is_by_name || is_pair_of_str(levels_));
     member_ = Shape(aggregate_by_);
     metaclass_ = Shape(enumeration);
-    value_.learn_by_peeking(aggregate_by_);
+    if (is_known_) {
+        value_.learn_by_peeking(aggregate_by_);
+    }
 }
 
 bool GranularityCache::has_same_levels() {
