@@ -15,11 +15,31 @@ from support.parts import pool
 MEASURES = ("sharpe", "returns", "turnover", "drawdown", "correlation")
 
 
+class Divided:
+    """Added up to itself; logs what type it is divided by."""
+
+    def __init__(self, w: World) -> None:
+        self.w = w
+
+    def __add__(self, other: Any) -> Divided:
+        return self
+
+    __radd__ = __add__
+
+    def __truediv__(self, other: Any) -> float:
+        self.w.note("divided by", type(other).__name__, other)
+        return 0.5
+
+    def __lt__(self, other: Any) -> bool:
+        return True
+
+
 ODD: dict[str, Callable[[World], Any]] = {
     "fraction": lambda w: Fraction(1, 3),
     "logging": lambda w: HookedNumber(w.note, "number", 0.5),
     "large int": lambda w: 2**70,
     "int": lambda w: 3,
+    "divided": Divided,
 }
 
 

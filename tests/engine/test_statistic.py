@@ -5,6 +5,7 @@ from __future__ import annotations
 from types import MappingProxyType, SimpleNamespace
 
 import pytest
+from differential.traps import assert_same, call, plain
 from support.environment import failing
 from support.parts import engine_over
 
@@ -112,3 +113,17 @@ def test_a_key_that_vanishes_is_a_key_error():
 
     with pytest.raises(KeyError, match="gross_returns_sharpe"):
         stat(record(Table(a=1)))
+
+
+@pytest.mark.parametrize(
+    "table",
+    [5, "text", MappingProxyType({"gross_returns_sharpe": 9.5}), ["gross_returns_sharpe"]],
+    ids=lambda table: type(table).__name__,
+)
+def test_a_table_of_another_kind_is_asked_among_records_that_have_none(table):
+    def build(w):
+        history = [plain(index, per_column_stats=None) for index in range(6)]
+        history[4].per_column_stats = table
+        return call(w, history, "get_search_stats")
+
+    assert_same(build)

@@ -6,6 +6,7 @@ import sqlite3
 from contextlib import closing
 from types import SimpleNamespace
 
+import kestrune.search_analytics as search_analytics
 import pytest
 from support.environment import failing
 from support.parts import engine_over, evaluation
@@ -59,6 +60,28 @@ def test_each_evaluation_costs_one_probe_and_one_query(kind):
 def test_other_evaluation_types_ask_nothing(kind):
     connection = Connection()
     scan(evaluation(eval_type=kind), conn=connection)
+    assert connection.asked == []
+
+
+def test_a_table_with_another_column_is_asked_in_other_words(monkeypatch):
+    table = "signal_submission_status"
+    replaced = {"signal": (table, "first"), "strategy": (table, "second")}
+    helper = "_submission_status_table_and_signal_column"
+    monkeypatch.setattr(search_analytics, helper, replaced.get)
+    connection = Connection()
+    records = [evaluation(eval_type=kind, eval_id=1) for kind in ("signal", "strategy", "signal")]
+    scan(*records, conn=connection)
+    queries = [sql for sql, _ in connection.asked if sql != PROBE]
+    columns = [sql.split("rejection_reason, ")[1].split()[0] for sql in queries]
+    assert columns == ["first", "second", "first"]
+
+
+@pytest.mark.parametrize("table", ["", 0, [], None], ids=repr)
+def test_a_falsy_table_is_not_asked(table, monkeypatch):
+    helper = "_submission_status_table_and_signal_column"
+    monkeypatch.setattr(search_analytics, helper, lambda eval_type: (table, "column"))
+    connection = Connection()
+    scan(evaluation(eval_type="signal", eval_id=1), conn=connection)
     assert connection.asked == []
 
 
