@@ -16,7 +16,7 @@ from collections.abc import Iterator
 from pathlib import Path
 
 MINORS = range(10, 16)
-INTERPRETERS = Path(__file__).resolve().parents[1] / "build/interpreters/root/usr/bin"
+INTERPRETERS = Path(__file__).resolve().parents[1] / "build/interpreters/tree/usr/bin"
 
 PROBE = """
 import importlib.util, os, sys, sysconfig

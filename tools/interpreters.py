@@ -133,12 +133,12 @@ def fetch(minors: list[int], debug: bool) -> None:
         if had:
             wanted = [f"python3.{minor}-{kind}" for minor in had for kind in kinds]
             for package in apt.download([*wanted, "patchelf"]):
-                run(["dpkg-deb", "--extract", package, work / "root"])
-            relocate(work / "root", ROOT)
+                run(["dpkg-deb", "--extract", package, work / "tree"])
+            relocate(work / "tree", ROOT)
         CONTENTS.unlink(missing_ok=True)
         shutil.rmtree(ROOT, ignore_errors=True)
         if had:
-            (work / "root").rename(ROOT)
+            (work / "tree").rename(ROOT)
 
 
 def is_foreign(minor: int) -> bool:

@@ -5,8 +5,7 @@ namespace search_analytics {
 
 bool has_plain_names(PyObject* object) {
     // What stands in the array of attributes is named by texts.
-    const bool has_array = numbered_names(Py_TYPE(object)) != nullptr;
-    return (has_array && instance_values(object) != nullptr) || names_are_texts(object);
+    return Shape(object).array(object) != nullptr || names_are_texts(object);
 }
 
 bool WatchedMethod::is_as_learned() const {
