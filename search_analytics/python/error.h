@@ -96,8 +96,8 @@ void replace_stop_iteration();
 [[noreturn]] void stop_thread();
 
 // Runs what may run Python code inside of a destructor. When the process ends, the interpreter ends
-// a daemon thread by unwinding its stack, which gets through no destructor of the C++ library: such a
-// thread stops where it stands, as newer interpreters let all of them. It does not hold the
+// a daemon thread by unwinding its stack, which gets through no destructor of the C++ library: such
+// a thread stops where it stands, as newer interpreters let all of them. It does not hold the
 // interpreter's lock then, and nobody waits for it.
 template <typename Action>
 [[gnu::always_inline]] inline void without_unwinding(Action&& action) noexcept {
