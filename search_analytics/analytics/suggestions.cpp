@@ -28,23 +28,33 @@ Ref lifetime_stats(const Call& call) {
     return arguments.call(method);
 }
 
+// sorted(rows, ...), by ascending score
+Ref worst_first(ModuleState& state, const Ref& rows) {
+    Ref sorted = list_of(rows);
+    if (!are_original_rows(state, sorted) ||
+        !sort_original_rows(state.names(), sorted, Direction::kAscending)) {
+        sort_rows(state, sorted, Direction::kAscending, "SearchAnalytics.get_suggestions.<locals>");
+    }
+    return sorted;
+}
+
 Ref get_suggestions(const Call& call) {
     ModuleState& state = call.state();
     const Names& names = state.names();
     require_sample_size(call[names.min_sample_size]);
     require_top_n(call[names.top_n]);
-    const Ref stats = lifetime_stats(call);
-    const Ref rows = attribute(stats, names.rows);
+    Ref stats = lifetime_stats(call);
+    Ref rows = attribute(stats, names.rows);
     const Ref focus = first_items(rows, call[names.top_n]);
-    const Ref worst_first = list_of(rows);
-    sort_rows(state, worst_first, Direction::kAscending,
-              "SearchAnalytics.get_suggestions.<locals>");
-    const Ref avoid = first_items(worst_first, call[names.top_n]);
-    return RecordMaker(state, names.SuggestionsResult)
-        .make({{names.focus, focus},
-               {names.avoid, avoid},
-               {names.aggregate_by, call[names.aggregate_by]},
-               {names.scoring_formula, kScoringFormula}});
+    const Ref avoid = first_items(worst_first(state, rows), call[names.top_n]);
+    Ref result = RecordMaker(state, names.SuggestionsResult)
+                     .make({{names.focus, focus},
+                            {names.avoid, avoid},
+                            {names.aggregate_by, call[names.aggregate_by]},
+                            {names.scoring_formula, kScoringFormula}});
+    stats = Ref();
+    drop_in_turns(std::move(rows));
+    return result;
 }
 
 }  // namespace

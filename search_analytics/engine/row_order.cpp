@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "facade/record_maker.h"
 #include "names/names.h"
 #include "python/turns.h"
 
@@ -55,6 +56,30 @@ std::optional<RankedRow> ranked(const Names& names, Arg row, Py_ssize_t position
 }
 
 }  // namespace
+
+bool are_original_rows(const ModuleState& state, Arg rows) {
+    assert(is_exact_list(rows));
+    const Names& names = state.names();
+    RecordMaker row_maker(state, names.StatsRow);
+    RecordMaker window_maker(state, names.WindowStats);
+    if (!is_original(state, names.StatsRow) || !is_original(state, names.WindowStats) ||
+        !row_maker.is_original() || !window_maker.is_original()) {
+        return false;
+    }
+    for (Py_ssize_t i = 0; i < list_size(rows); ++i) {
+        const Ref row = list_item(rows, i);
+        if (!row_maker.is_instance(row)) {
+            return false;
+        }
+        const auto windows = optional_attribute(row, names.windows);
+        if (!windows || !is_exact_list(*windows) || list_size(*windows) == 0 ||
+            !window_maker.is_instance(list_item(*windows, 0))) {
+            return false;
+        }
+        take_turns_after(kWorkOfRecord);
+    }
+    return row_maker.is_still_original() && window_maker.is_still_original();
+}
 
 bool sort_original_rows(const Names& names, const Ref& rows, Direction direction) {
     std::vector<RankedRow> ranking;

@@ -56,6 +56,13 @@ class RecordMaker {
     // Whether making a record of the class that prepare() found still runs no such code.
     bool is_still_original();
 
+    // Whether an object is an instance of the class that prepare() found, and of no subclass.
+    // REQUIRES: it was called.
+    bool is_instance(Arg object) const {
+        assert(!class_.empty());
+        return type_of(object) == class_.get();
+    }
+
     // Whether it did when the last record was made.
     bool was_original() const { return is_original_; }
 

@@ -1,6 +1,7 @@
 // Taking turns with the rest of the process.
 #include "python/turns.h"
 
+#include <algorithm>
 #include <chrono>
 
 #include "python/containers.h"
@@ -61,6 +62,24 @@ void give_turn() {
     check(PyErr_CheckSignals());
     run_idle_code();
     last_turn.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
+}
+
+// Out of the collector's sight nobody finds the list while it becomes shorter.
+void drop_in_turns(Ref list) {
+    constexpr Py_ssize_t kAtOnce = 64;
+    if (!compat::kHasLock || !is_exact_list(list) || Py_REFCNT(list.get()) != 1) {
+        return;
+    }
+    PyObject_GC_UnTrack(list.get());
+    while (list_size(list) > 0) {
+        const Py_ssize_t size = list_size(list);
+        const Py_ssize_t rest = std::max<Py_ssize_t>(size - kAtOnce, 0);
+        if (PyList_SetSlice(list.get(), rest, size, nullptr) != 0) {
+            forget_error();  // there is no memory to do it in parts
+            return;
+        }
+        take_turns_after(kAtOnce * kWorkOfStep);
+    }
 }
 
 bool take_turns_by_clock() {

@@ -8,6 +8,8 @@
 #include <atomic>
 #include <cstddef>
 
+#include "python/ref.h"
+
 namespace search_analytics {
 
 // Work is counted in nanoseconds, roughly. Peeking at a record, and at an item of one:
@@ -48,6 +50,10 @@ inline bool take_turns_after(std::size_t work) {
     note_work(work);
     return take_turns();
 }
+
+// Gives back a list whose items may be many and nobody else's. Freeing them takes its time: others
+// have their turn on the way, unless somebody else has the list.
+void drop_in_turns(Ref list);
 
 // A comparison for sorting much: takes turns on the way.
 template <typename Before>

@@ -5,7 +5,14 @@ from __future__ import annotations
 from types import SimpleNamespace
 
 import pytest
-from kestrune.search_analytics import AggregateBy, EvalPool, SuggestionsResult, TimeWindow
+from kestrune.search_analytics import (
+    AggregateBy,
+    EvalPool,
+    StatsRow,
+    SuggestionsResult,
+    TimeWindow,
+    WindowStats,
+)
 from support.environment import failing
 from support.parts import FILTERS, engine_over, using
 
@@ -35,6 +42,67 @@ def refusal(**arguments):
     with pytest.raises(ValueError) as caught:  # noqa: PT011 - callers compare the whole text
         engine.get_suggestions(**arguments)
     return str(caught.value)
+
+
+def own_rows(scores, counts=None):
+    """Rows of the module's own classes, as the statistics make them."""
+    counts = counts or [1] * len(scores)
+    return [
+        StatsRow(windows=[WindowStats(composite_score=score)], evaluation_count=count)
+        for score, count in zip(scores, counts, strict=True)
+    ]
+
+
+def scores_of(rows):
+    return [row.windows[0].composite_score for row in rows]
+
+
+def test_own_rows_are_ordered_by_score_and_count():
+    rows = own_rows([0.5, -1.0, 2.0, -1.0], [1, 2, 3, 9])
+    made = suggestions(rows, top_n=3)
+    assert scores_of(made.focus) == [0.5, -1.0, 2.0]
+    assert [(*scores_of([row]), row.evaluation_count) for row in made.avoid] == [
+        (-1.0, 9),
+        (-1.0, 2),
+        (0.5, 1),
+    ]
+
+
+def test_rows_that_somebody_keeps_are_left_as_they_are():
+    rows = own_rows([float(number) for number in range(500)])
+    before = list(rows)
+    suggestions(rows, top_n=2)
+    assert rows == before
+
+
+class Loud(StatsRow):
+    """A row that notes who asks for its windows."""
+
+    asked = 0
+
+    def __getattribute__(self, name):
+        if name == "windows":
+            type(self).asked += 1
+        return super().__getattribute__(name)
+
+
+def test_rows_of_a_subclass_are_asked_once_each():
+    Loud.asked = 0
+    rows = [*own_rows([1.0]), Loud(windows=own_rows([0.0])[0].windows, evaluation_count=1)]
+    assert scores_of(suggestions(rows, top_n=1).avoid) == [0.0]
+    # Once to be sorted, and once by this test.
+    assert Loud.asked == 2
+
+
+@pytest.mark.parametrize("windows", [[], (WindowStats(),), None], ids=["none", "tuple", "no list"])
+def test_own_rows_with_odd_windows_are_sorted_as_by_python(windows):
+    rows = own_rows([1.0, 2.0])
+    rows[1].windows = windows
+    if windows:
+        assert scores_of(suggestions(rows, top_n=1).avoid) == [0.0]
+    else:
+        with pytest.raises((IndexError, TypeError)):
+            suggestions(rows)
 
 
 def test_statistics_are_asked_for_by_keyword():
