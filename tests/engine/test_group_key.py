@@ -200,7 +200,8 @@ def test_a_member_whose_value_a_record_changes_groups_by_the_new_one():
             return getattr(record, name)
 
     record = evaluation()
-    engine = module.SearchAnalytics(RecordingTracker([record, record, Changing(), record]), [pool()])
+    records = [record, record, Changing(), record]
+    engine = module.SearchAnalytics(RecordingTracker(records), [pool()])
     rows = engine.get_search_stats(aggregate_by=by, min_sample_size=0).rows
     by_name = key(record, AggregateBy.FUNCTION_FEATURE)
     by_family = key(record, AggregateBy.FUNCTION_FAMILY_FEATURE_FAMILY)
