@@ -50,9 +50,9 @@ FULL = Settings(
 # Enough to see where things stand and that everything works.
 QUICK = Settings(
     records=4_000,
-    rounds=3,
+    rounds=2,
     turn_seconds=0.005,
-    fresh_rounds=2,
+    fresh_rounds=1,
     kind_records=500,
     kind_rounds=1,
     side_records=1_000,

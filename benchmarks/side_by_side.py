@@ -2,6 +2,7 @@
 
 from collections.abc import Callable, Mapping
 from dataclasses import dataclass
+from time import perf_counter
 from types import ModuleType
 from typing import Any
 
@@ -9,6 +10,9 @@ import agreement
 from contestants import EXTENSION, FLOOR, MODEL
 from operations import Operation
 from timing import Race, Spread, race
+
+
+_began = perf_counter()
 
 
 @dataclass
@@ -43,8 +47,8 @@ class Line:
 
 
 def announce(part: str) -> None:
-    """Print the name of the part that begins."""
-    print(f"\n{part}", flush=True)
+    """Print the name of the part that begins, and for how long the run has gone on."""
+    print(f"\n{part} (after {perf_counter() - _began:.0f} s)", flush=True)
 
 
 def report_progress(line: Line) -> None:
