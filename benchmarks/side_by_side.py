@@ -11,7 +11,6 @@ from contestants import EXTENSION, FLOOR, MODEL
 from operations import Operation
 from timing import Race, Spread, race
 
-
 _began = perf_counter()
 
 
