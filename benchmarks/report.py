@@ -45,8 +45,14 @@ _VERSIONS = """\
 How many times faster than the model on the same interpreter; the collector on.
 """
 
+_WHERE = """\
+## Interpreters and machine
+"""
+
 _TIMES = """\
-Milliseconds of the extension on fresh records, and of a repeated call:
+## Times
+
+Milliseconds of the extension on fresh records, and of a repeated call.
 """
 
 _KINDS = """\
@@ -135,14 +141,15 @@ def _parts(runs: Sequence[Results], outdated: Mapping[str, str]) -> Iterable[str
     first = runs[0]
     count = first.fresh[0].records
     yield _INTRODUCTION.format(records=count)
-    yield _interpreters(runs, outdated)
-    yield table(("", ""), first.machine)
     yield _NEWEST.format(name=first.name)
     yield report_fresh.newest(first)
     yield "![Times in terms of the extension's](results.svg)\n"
     yield _VERSIONS
     yield report_fresh.versions(runs)
     yield _not_met(runs)
+    yield _WHERE
+    yield _interpreters(runs, outdated)
+    yield table(("", ""), first.machine)
     yield _TIMES
     yield report_fresh.times(runs)
     yield _KINDS.format(records=first.kinds[0].records, demand=_share_demanded(runs))
