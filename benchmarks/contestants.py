@@ -32,15 +32,20 @@ def model() -> ModuleType:
 
 
 def compiled_model() -> ModuleType:
-    """The model compiled with Cython, not a character changed."""
+    """The model compiled with Cython, not a character changed; raises ImportError without it."""
     source = paths.BUILD / "search_analytics_model.c"
     if not compiling.is_current(source, [paths.MODEL]):
+        import Cython  # noqa: F401
+
         command = [sys.executable, "-m", "cython", "-3", str(paths.MODEL), "-o", str(source)]
         # It warns of annotations that it takes for none of its own; that is as it should be.
         done = subprocess.run(command, stderr=subprocess.PIPE, text=True)
         if done.returncode != 0:
             raise RuntimeError(f"Cython does not compile the model:\n{done.stderr}")
-    return compiling.load(source.stem, compiling.build(source.stem, source))
+    try:
+        return compiling.load(source.stem, compiling.build(source.stem, source))
+    except subprocess.CalledProcessError as error:
+        raise ImportError("what it makes does not compile for this interpreter") from error
 
 
 def floor() -> ModuleType:
@@ -57,6 +62,6 @@ def answering(absent: dict[str, str]) -> dict[str, ModuleType]:
     found = {EXTENSION: extension(), MODEL: model()}
     try:
         found[CYTHON] = compiled_model()
-    except (RuntimeError, subprocess.CalledProcessError) as error:
-        absent[CYTHON] = str(error).strip().splitlines()[-1]
+    except ImportError as error:
+        absent[CYTHON] = str(error)
     return found
