@@ -68,15 +68,15 @@ def main() -> None:
         results = run.everything()
     except DisagreementError as error:
         sys.exit(f"benchmark: answers differ: {error}")
+    file = arguments.json or paths.results(arguments.quick) / f"{results.name}.json"
+    results.save(file)
+    print(f"\nWrote {os.path.relpath(file)}")
     import demands
 
     missed = list(demands.missed(results))
-    print("\nNot met:" if missed else "\nAll demands are met.")
+    print("Not met:" if missed else "All demands are met.")
     for text in missed:
         print(f"  {text}")
-    file = arguments.json or paths.results(arguments.quick) / f"{results.name}.json"
-    results.save(file)
-    print(f"Wrote {os.path.relpath(file)}")
 
 
 if __name__ == "__main__":
