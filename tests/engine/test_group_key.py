@@ -5,7 +5,7 @@ from __future__ import annotations
 from types import SimpleNamespace
 
 import pytest
-from kestrune.search_analytics import AggregateBy, EvalPool
+from kestrune.search_analytics import AggregateBy, EvalPool, SearchAnalytics
 from support.copies import copy_of_the_module
 from support.environment import failing
 from support.parts import (
@@ -206,3 +206,55 @@ def test_a_member_whose_value_a_record_changes_groups_by_the_new_one():
     by_name = key(record, AggregateBy.FUNCTION_FEATURE)
     by_family = key(record, AggregateBy.FUNCTION_FAMILY_FEATURE_FAMILY)
     assert {row.group_key: row.evaluation_count for row in rows} == {by_family: 2, by_name: 2}
+
+
+def patched(record, aggregate_by):
+    return ("patched",), ()
+
+
+def by_class(engine):
+    type(engine)._build_group_key = staticmethod(patched)
+
+
+def by_dictionary(engine):
+    vars(engine)["_build_group_key"] = patched
+
+
+def by_another_dictionary(engine):
+    engine.__dict__ = {**vars(engine), "_build_group_key": patched}
+
+
+def by_attribute(engine):
+    engine._build_group_key = patched
+
+
+def by_an_attribute_that_another_engine_has(engine):
+    engine._build_group_key = patched
+
+
+@pytest.mark.parametrize(
+    "patch",
+    [
+        *(by_class, by_dictionary, by_another_dictionary),
+        *(by_attribute, by_an_attribute_that_another_engine_has),
+    ],
+)
+def test_a_record_that_patches_the_method_is_grouped_by_the_new_one(patch):
+    class Engine(SearchAnalytics):
+        """A class whose instances nobody has given attributes yet."""
+
+    class Patching:
+        def __getattr__(self, name):
+            patch(engine)
+            return getattr(record, name)
+
+    record = evaluation()
+    history = [record, record, Patching(), record]
+    other = Engine(RecordingTracker([]), [pool()])
+    if patch is by_an_attribute_that_another_engine_has:
+        other._build_group_key = patched
+    engine = Engine(RecordingTracker(history), [pool()])
+    by = AggregateBy.FUNCTION_FAMILY_FEATURE_FAMILY
+    rows = engine.get_search_stats(aggregate_by=by, min_sample_size=0).rows
+    usual = key(record, by)
+    assert {row.group_key: row.evaluation_count for row in rows} == {usual: 2, patched(0, 0): 2}
