@@ -121,6 +121,10 @@ void check_layout() {
         return;
     }
     const Names names;
+    if (PyUnicode_CHECK_INTERNED(names.first.get()) == 0 ||
+        PyUnicode_CHECK_INTERNED(names.second.get()) == 0) {
+        throw std::bad_alloc();  // classes keep others, and the interpreter sets no error
+    }
     check_tables(names);
     check_attributes(names);
     check_slots(names);

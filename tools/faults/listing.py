@@ -34,7 +34,7 @@ CANNOT_FAIL = {
     *("PyDict_Next", "PyException_SetCause", "PyException_SetTraceback", "PyFrame_GetCode"),
     *("PyGILState_GetThisThreadState", "PyInterpreterState_Get", "PyInterpreterState_Main"),
     *("PyModuleDef_Init", "PyModule_GetDict", "PyModule_GetState", "PyObject_ClearWeakRefs"),
-    *("PyObject_GC_IsTracked", "PyObject_GC_Track", "PyObject_GC_UnTrack"),
+    *("PyObject_IS_GC", "PyObject_GC_IsTracked", "PyObject_GC_Track", "PyObject_GC_UnTrack"),
     *("PySys_WriteStderr", "PyThreadState_EnterTracing", "PyThreadState_Get"),
     *("PyThreadState_GetUnchecked", "PyThreadState_LeaveTracing"),
     *("PyThread_get_thread_ident", "PyType_IsSubtype"),
