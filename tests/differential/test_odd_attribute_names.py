@@ -15,7 +15,7 @@ MEMBER = "FUNCTION_FAMILY_FEATURE_FAMILY"
 
 
 class OddName:
-    """What hashes like a text, and may log what it is compared with; equal to nothing, or an error."""
+    """What hashes like a text, and may log comparisons; equal to nothing, or an error."""
 
     def __init__(self, w: World, text: str, is_loud: bool) -> None:
         self.w, self.text, self.is_loud = w, text, is_loud
