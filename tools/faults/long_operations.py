@@ -265,6 +265,7 @@ FUNCTIONS: dict[str, Callable[[], Call]] = {
     "orphaned code": orphaned_code,
     "error": of_function(lambda f: f(5, "t"), "_tracker_table_exists"),
     "walks": of_function(lambda f: len(type(f).walk_counts())),
+    "steps": of_function(lambda f: type(f).table_steps() >= 0),
     "text": of_function(lambda f: len(repr(f)) > 0),
     "wrong call": of_function(lambda f: f()),
 }

@@ -41,9 +41,12 @@ OWN_COUNTS = "nobody else sees the dictionary"
 GUARD = "it guards against a mistake in the module's own tables, or an unknown interpreter"
 UNTOUCHED = "it serves whoever changes a dictionary of the module's own that the collector shows"
 LISTS = "comparing two lists gives a bool"
+LOADING = "it runs when the extension is loaded, before any operation"
 COMPILER = "a branch for what the compiler works out itself"
 
 RULES = [
+    Rule(LOADING, "operator new*random_number*"),
+    Rule(LOADING, "operator new*", file="tables/name_hash.cpp"),
     Rule(IN_RANGE, "PyErr_SetString in raise in list_item*"),
     *(
         Rule(OWN_LIST, f"{fails} in for_each_until*", text=text)
