@@ -31,13 +31,13 @@ EVIDENCE_FORMAT = "kestrune-search-report/evidence"
 REPORT_FORMAT = "kestrune-search-report/report"
 _DIALECT = "https://json-schema.org/draft/2020-12/schema"
 
-_NUMBER = {"anyOf": [{"type": "number"}, {"enum": ["NaN", "Infinity", "-Infinity"]}]}
+# The kinds of cells: each may be null as well.
 _KINDS: dict[str, dict[str, Any]] = {
-    "text": {"type": "string"},
-    "integer": {"type": "integer"},
-    "number": _NUMBER,
-    "flag": {"type": "boolean"},
-    "texts": {"type": "array", "items": {"type": "string"}},
+    "text": {"type": ["string", "null"]},
+    "integer": {"type": ["integer", "null"]},
+    "number": {"anyOf": [{"type": ["number", "null"]}, {"enum": ["NaN", "Infinity", "-Infinity"]}]},
+    "flag": {"type": ["boolean", "null"]},
+    "texts": {"type": ["array", "null"], "items": {"type": "string"}},
 }
 
 
@@ -87,10 +87,7 @@ def row_schema(columns: Iterable[Column], pools: bool = False) -> dict[str, Any]
     schema: dict[str, Any] = {
         "type": "object",
         "properties": {
-            column.name: {
-                "description": column.meaning,
-                "anyOf": [_KINDS[column.kind], {"type": "null"}],
-            }
+            column.name: {"description": column.meaning, "$ref": f"#/$defs/{column.kind}"}
             for column in known
         },
         "required": [column.name for column in known],
@@ -100,7 +97,7 @@ def row_schema(columns: Iterable[Column], pools: bool = False) -> dict[str, Any]
         schema["patternProperties"] = {
             f"^{POOL_PREFIX}": {
                 "description": "share that is submittable to the pool named after the colon",
-                **_NUMBER,
+                "$ref": "#/$defs/number",
             }
         }
     return schema
@@ -118,14 +115,21 @@ def tables_schema(tables: Mapping[str, dict[str, Any]]) -> dict[str, Any]:
 
 def answer_schema() -> dict[str, Any]:
     """Return the JSON Schema of an answer, whatever the question."""
+    answers = [one_answer_schema(question) for question in SHAPES]
+    return whole_schema("Answer to one question about a search", {"oneOf": answers})
+
+
+def whole_schema(title: str, schema: Mapping[str, Any]) -> dict[str, Any]:
+    """Return a schema with what all of them share."""
     return {
         "$schema": _DIALECT,
-        "title": "Answer to one question about a search",
+        "title": title,
         "description": (
             "Numbers that JSON has none for are the texts NaN, Infinity and -Infinity; null "
             "stands where nothing is known. Lists of names are sorted."
         ),
-        "oneOf": [one_answer_schema(question) for question in SHAPES],
+        "$defs": _KINDS,
+        **schema,
     }
 
 
@@ -226,7 +230,7 @@ def _evidence_part() -> dict[str, Any]:
 
 def evidence_schema() -> dict[str, Any]:
     """Return the JSON Schema of evidence."""
-    return {"$schema": _DIALECT, "title": "Evidence on a search", **_evidence_part()}
+    return whole_schema("Evidence on a search", _evidence_part())
 
 
 def report_schema() -> dict[str, Any]:
@@ -246,7 +250,7 @@ def report_schema() -> dict[str, Any]:
             "evidence": _evidence_part(),
         },
     )
-    return {"$schema": _DIALECT, "title": "Report on a search", **part}
+    return whole_schema("Report on a search", part)
 
 
 def schemas() -> dict[str, str]:
