@@ -17,6 +17,7 @@ ARGS ?=
 SKIP ?=
 JOBS ?=
 PYTHONHASHSEED ?= random
+REPORT ?= 1
 
 PY := $(VENV)/bin/python
 # What the tests run under: dev mode (debug allocator, resource warnings), warnings are errors.
@@ -38,7 +39,7 @@ export PIP_DISABLE_PIP_VERSION_CHECK := 1
 
 # Sets iterate in another order in every run; the tests print the seed that repeats it.
 HASH_SEED := $(patsubst random,$(shell od -An -N4 -tu4 /dev/urandom | tr -d ' '),$(PYTHONHASHSEED))
-test sanitize debug leaks coverage: export PYTHONHASHSEED := $(HASH_SEED)
+test report sanitize debug leaks coverage: export PYTHONHASHSEED := $(HASH_SEED)
 
 .DEFAULT_GOAL := help
 .DELETE_ON_ERROR:
@@ -63,9 +64,16 @@ build: $(BUILD)/build.ninja ## build the extension and install it into the virtu
 
 ##@ Check
 .PHONY: test
-test: build $(STAMPS)/test ## run the whole test suite in dev mode
+test: build $(STAMPS)/test ## run the whole test suite in dev mode (REPORT=: without the report's)
 	@$(PYTEST) $(ARGS)
+	@$(if $(ARGS),,$(if $(REPORT),$(MAKE) report))
 	@echo "make test: built $(BUILD), installed it into $(VENV), ran the tests with $$($(PY) --version)."
+
+.PHONY: report
+report: build $(STAMPS)/report ## run the tests of the report beside the module
+	@PYTHONPATH="$(CURDIR)/report/src" $(PYTEST) -c report/pyproject.toml --rootdir report \
+	    $(or $(ARGS),report/tests)
+	@echo "make report: ran the tests of the report with $$($(PY) --version)."
 
 .PHONY: check
 check: ## do what CI does: tests, lint, sanitizers, random programs, assertions, faults, other CPythons
@@ -80,7 +88,7 @@ matrix: $(STAMPS)/venv ## run the tests on every CPython found (SKIP=3.11 leaves
 	@$(PY) tools/find_pythons.py --skip "$(SKIP)" > build/pythons.txt
 	@failed=; while read -r version python; do \
 	    echo "== CPython $$version: $$python"; \
-	    $(MAKE) test PYTHON="$$python" VENV="build/matrix/$$version/venv" \
+	    $(MAKE) test REPORT= PYTHON="$$python" VENV="build/matrix/$$version/venv" \
 	        BUILD="build/matrix/$$version/release" < /dev/null && \
 	    $(MAKE) debug ARGS=tests/records PYTHON="$$python" VENV="build/matrix/$$version/venv" \
 	        DEBUG="build/matrix/$$version/debug" < /dev/null || failed="$$failed $$version"; \
@@ -89,12 +97,13 @@ matrix: $(STAMPS)/venv ## run the tests on every CPython found (SKIP=3.11 leaves
 	@echo "make matrix: tests passed on CPython $$(cut -d' ' -f1 build/pythons.txt | xargs)."
 
 .PHONY: lint
-lint: build $(STAMPS)/lint $(CXX_FILES:%.cpp=$(BUILD)/tidy/%.ok) ## check the style of C++ and Python, and the type stub
+lint: build $(STAMPS)/lint $(STAMPS)/report $(CXX_FILES:%.cpp=$(BUILD)/tidy/%.ok) ## check the style of C++ and Python, and the type stub
 	@clang-format --dry-run -Werror $(CXX_FILES) $(CXX_HEADERS) $(CXX_TOOLS)
 	@ruff check
 	@ruff format --check
 	@$(PY) -m mypy.stubtest kestrune.search_analytics --mypy-config-file pyproject.toml
-	@echo "make lint: clang-format, clang-tidy, ruff and stubtest have nothing to say."
+	@$(PY) -m mypy --config-file report/pyproject.toml report/src
+	@echo "make lint: clang-format, clang-tidy, ruff, stubtest and mypy have nothing to say."
 
 .PHONY: format
 format: $(STAMPS)/lint ## rewrite C++ and Python in the house style
@@ -208,6 +217,7 @@ $(STAMPS)/demo: examples/requirements.txt $(STAMPS)/venv
 	@touch $@
 
 $(STAMPS)/test: examples/requirements.txt
+$(STAMPS)/report: requirements/test.txt examples/requirements.txt
 
 # Not all of them are made for every version of CPython. Building one from its sources takes too
 # long; what is missing takes no part, and the report names it.

@@ -11,6 +11,7 @@ FOLDERS = [
     "benchmarks",
     "docs",
     "examples",
+    "report",
     "requirements",
     "search_analytics",
     "stubs",

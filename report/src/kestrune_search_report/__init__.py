@@ -12,9 +12,12 @@
 all of them and weighs the answers against chance. Nothing of the module is changed.
 """
 
+from typing import Any
+
 from kestrune_search_report.answers import Answer, answer_of
 from kestrune_search_report.asking import Questions
 from kestrune_search_report.caveats import Caveat
+from kestrune_search_report.comparison import Comparison, compare
 from kestrune_search_report.errors import ArgumentError, FilterError, ReportError, SourceError
 from kestrune_search_report.evidence.findings import Finding
 from kestrune_search_report.evidence.gather import Evidence, weigh
@@ -32,6 +35,7 @@ __all__ = [
     "ArgumentError",
     "Caveat",
     "Column",
+    "Comparison",
     "Evidence",
     "FilterError",
     "Finding",
@@ -44,5 +48,20 @@ __all__ = [
     "Table",
     "answer_of",
     "collect",
+    "compare",
     "weigh",
 ]
+
+
+def load_ipython_extension(shell: Any) -> None:
+    """Show results as tables in IPython: `%load_ext kestrune_search_report`."""
+    from kestrune_search_report import notebook
+
+    notebook.load_ipython_extension(shell)
+
+
+def unload_ipython_extension(shell: Any) -> None:
+    """Show results as they were shown before."""
+    from kestrune_search_report import notebook
+
+    notebook.unload_ipython_extension(shell)

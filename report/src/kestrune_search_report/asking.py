@@ -46,6 +46,15 @@ class Filters(TypedDict, total=False):
 FILTERS = tuple(Filters.__annotations__)
 
 
+def question_named(text: str) -> str:
+    """Return the name of a question, given with or without "get_", with _ or -."""
+    name = text.replace("-", "_")
+    name = name if name.startswith("get_") else f"get_{name}"
+    if name not in QUESTIONS:
+        raise ArgumentError(not_among("question", text, QUESTIONS))
+    return name
+
+
 class Questions:
     """The module's nine questions over a snapshot, with strict arguments and answers as data.
 
@@ -62,10 +71,7 @@ class Questions:
 
     def ask(self, question: str, **arguments: Any) -> Answer:
         """Ask a question by name, with or without "get_", and any of its arguments."""
-        name = question if question.startswith("get_") else f"get_{question}"
-        name = name.replace("-", "_")
-        if name not in QUESTIONS:
-            raise ArgumentError(not_among("question", question, QUESTIONS))
+        name = question_named(question)
         known = PARAMETERS[name]
         for argument in arguments:
             if argument not in known:

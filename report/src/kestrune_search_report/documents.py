@@ -15,6 +15,7 @@ from typing import TYPE_CHECKING, Any
 
 import msgspec
 
+from kestrune_search_report.comparison import COLUMNS as COMPARISON_COLUMNS
 from kestrune_search_report.evidence.shapes import SHAPES as EVIDENCE_SHAPES
 from kestrune_search_report.frames import number_word
 from kestrune_search_report.narrowing import is_mapping, is_sequence, is_set
@@ -23,12 +24,14 @@ from kestrune_search_report.table import Column, Table
 
 if TYPE_CHECKING:
     from kestrune_search_report.answers import Answer
+    from kestrune_search_report.comparison import Comparison
     from kestrune_search_report.evidence.gather import Evidence
     from kestrune_search_report.report import Report
 
 ANSWER_FORMAT = "kestrune-search-report/answer"
 EVIDENCE_FORMAT = "kestrune-search-report/evidence"
 REPORT_FORMAT = "kestrune-search-report/report"
+COMPARISON_FORMAT = "kestrune-search-report/comparison"
 _DIALECT = "https://json-schema.org/draft/2020-12/schema"
 
 # The kinds of cells: each may be null as well.
@@ -197,6 +200,20 @@ def report_json(report: Report) -> str:
     return encoded(report_document(report))
 
 
+def comparison_json(comparison: Comparison) -> str:
+    """Return a comparison as JSON that `comparison_schema` describes."""
+    document = {
+        "format": COMPARISON_FORMAT,
+        "version": VERSION,
+        "sources": [comparison.name_a, comparison.name_b],
+        "filters": dict(comparison.filters),
+        "assumptions": comparison.assumptions,
+        "findings": [asdict(finding) for finding in comparison.findings],
+        "parts": list(comparison.table.dicts()),
+    }
+    return encoded(document)
+
+
 def _object_schema(**texts: str) -> dict[str, Any]:
     """Return the schema of an object of texts, from what each says; "claims" is a flag."""
     return {
@@ -210,22 +227,22 @@ def _object_schema(**texts: str) -> dict[str, Any]:
     }
 
 
-def _evidence_part() -> dict[str, Any]:
+def _findings_part() -> dict[str, Any]:
     finding = _object_schema(
         about="the table that it is about",
         claims="whether something is told apart from chance",
         text="the finding in words",
     )
+    return {
+        "filters": {"type": "object", "description": "which evaluations it is about"},
+        "assumptions": {"type": "string", "description": "what the tests take for granted"},
+        "findings": {"type": "array", "items": finding},
+    }
+
+
+def _evidence_part() -> dict[str, Any]:
     tables = {name: row_schema(columns) for name, columns in EVIDENCE_SHAPES.items()}
-    return document_schema(
-        EVIDENCE_FORMAT,
-        {
-            "filters": {"type": "object", "description": "which evaluations it is about"},
-            "assumptions": {"type": "string", "description": "what the tests take for granted"},
-            "findings": {"type": "array", "items": finding},
-            "tables": tables_schema(tables),
-        },
-    )
+    return document_schema(EVIDENCE_FORMAT, {**_findings_part(), "tables": tables_schema(tables)})
 
 
 def evidence_schema() -> dict[str, Any]:
@@ -253,10 +270,23 @@ def report_schema() -> dict[str, Any]:
     return whole_schema("Report on a search", part)
 
 
+def comparison_schema() -> dict[str, Any]:
+    """Return the JSON Schema of a comparison."""
+    sources = {"type": "array", "items": {"type": "string"}, "minItems": 2, "maxItems": 2}
+    properties = {
+        "sources": sources,
+        **_findings_part(),
+        "parts": {"type": "array", "items": row_schema(COMPARISON_COLUMNS)},
+    }
+    part = document_schema(COMPARISON_FORMAT, properties)
+    return whole_schema("Comparison of two searches", part)
+
+
 def schemas() -> dict[str, str]:
     """Return the checked-in schemas by the names of their files, as texts."""
     made = {
         f"answer-{VERSION}.json": answer_schema(),
+        f"comparison-{VERSION}.json": comparison_schema(),
         f"evidence-{VERSION}.json": evidence_schema(),
         f"report-{VERSION}.json": report_schema(),
     }

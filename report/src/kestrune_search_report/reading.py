@@ -51,6 +51,13 @@ class Reading:
         for given in (*self.columns, *self.constants):
             if given not in BY_NAME:
                 raise SourceError(not_among("field of an evaluation", given, names))
+        made: dict[str, Any] = {}
+        for name, value in self.constants.items():
+            try:
+                made[name] = converted(BY_NAME[name].kind, value)
+            except (TypeError, ValueError) as error:
+                raise SourceError(f"constant for {name}: {error}.") from error
+        self.constants = made
 
     def read(
         self, rows: Sequence[Any], present: Iterable[str] | None, progress: Progress | None = None

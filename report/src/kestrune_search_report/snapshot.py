@@ -22,7 +22,7 @@ from kestrune_search_report.statuses import StatusConnection, read_statuses
 READ_LIMIT = 10_000_000
 
 
-@dataclass(frozen=True, eq=False)
+@dataclass(frozen=True, eq=False, repr=False)
 class Snapshot:
     """The evaluations of a search as they were when it was made.
 
@@ -42,6 +42,9 @@ class Snapshot:
     pools: tuple[Pool, ...]
     name: str = "records"
     notes: tuple[str, ...] = ()
+
+    def __repr__(self) -> str:
+        return f"<Snapshot {self.name}: {len(self.evaluations)} evaluations>"
 
     @classmethod
     def of(

@@ -18,7 +18,7 @@ class Column:
     meaning: str
 
 
-@dataclass(frozen=True)
+@dataclass(frozen=True, repr=False)
 class Table:
     """Rows under columns. A cell is None where nothing is known.
 
@@ -29,6 +29,9 @@ class Table:
     name: str
     columns: tuple[Column, ...]
     rows: tuple[tuple[Any, ...], ...]
+
+    def __repr__(self) -> str:
+        return f"<Table {self.name}: {len(self.rows)} rows of {len(self.columns)} columns>"
 
     @property
     def column_names(self) -> list[str]:
