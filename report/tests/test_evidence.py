@@ -13,6 +13,7 @@ import pytest
 import scipy.stats
 
 from kestrune_search_report import Questions, Snapshot, collect, weigh
+from kestrune_search_report.arguments import aggregation
 from kestrune_search_report.documents import evidence_schema, report_schema
 from kestrune_search_report.evidence.chance import (
     CLAIMS,
@@ -24,6 +25,7 @@ from kestrune_search_report.evidence.chance import (
 from kestrune_search_report.evidence.findings import ASSUMPTIONS
 from kestrune_search_report.evidence.gather import trend_row
 from kestrune_search_report.evidence.luck import luckiest
+from kestrune_search_report.evidence.membership import belongs
 from kestrune_search_report.evidence.shares import wilson
 from support.searches import simple
 
@@ -158,6 +160,39 @@ def test_what_is_told_apart_is_named_with_its_figures() -> None:
     none = planted(200, 40)["pairs"]
     assert not none.claims
     assert none.text.startswith("None of 4 most frequent pairs passes")
+
+
+def test_what_the_mix_of_types_explains_is_no_claim() -> None:
+    rows = simple(4000)
+    for place, row in enumerate(rows):
+        # Strategies alone use "timing", and pass half as often, with whatever function.
+        strategy = place % 2 == 0
+        row["eval_type"] = "strategy" if strategy else "signal"
+        row["functions"] = ["timing", "w"] if strategy else ["w", "x"]
+        row["features"] = ["close"]
+        row["passed_thresholds"] = place % 20 in ((0, 2) if strategy else (1, 3, 5, 7))
+    evidence = weigh(Questions(Snapshot.from_records(rows)))
+    for about in ("pairs", "families", "groups"):
+        found = {finding.about: finding for finding in evidence.findings}[about]
+        assert not found.claims
+        assert "is the mix of eras and types" in found.text
+        assert "timing" in found.text
+    timing = {row["function_family"]: row for row in evidence.tables["families"].dicts()}["timing"]
+    assert timing["q_value"] < 1e-6
+    assert timing["held_still"] == 1.0
+
+
+@pytest.mark.parametrize("level", ["none", "function_feature", "function_subfamily_feature"])
+def test_members_of_a_part_are_those_that_were_counted(snapshot: Snapshot, level: str) -> None:
+    aggregate_by = aggregation(level)
+    evidence = weigh(Questions(snapshot), aggregate_by=level, min_sample_size=1)
+    for name in ("pairs", "families", "groups", "depths"):
+        one = evidence.tables[name]
+        assert one.rows
+        for row in one.rows:
+            label = row[: one.column_names.index("total")]
+            members = [x for x in snapshot.evaluations if belongs(x, name, label, aggregate_by)]
+            assert len(members) == row[len(label)], (name, label)
 
 
 def test_no_evaluations_give_no_claims(questions: Questions) -> None:

@@ -8,7 +8,17 @@ from typing import Any
 from kestrune_search_report.table import Column, Table
 
 # What fits beside each other; CSV and JSON have all columns.
-_SHARES = ("total", "passed", "rate", "low", "high", "rest_rate", "q_value", "told_apart")
+_SHARES = (
+    "total",
+    "passed",
+    "rate",
+    "low",
+    "high",
+    "rest_rate",
+    "q_value",
+    "held_still",
+    "told_apart",
+)
 SHOWN: dict[tuple[str, ...], tuple[str, ...]] = {
     ("rank", "functions"): (
         "functions",
@@ -54,6 +64,7 @@ TITLES = {
     "told_apart": "apart",
     "rest_rate": "rest",
     "q_value": "q",
+    "held_still": "still",
 }
 
 

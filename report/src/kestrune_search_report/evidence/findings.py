@@ -53,10 +53,12 @@ def about_parts(table: Table, what: str, hidden: int = 0) -> Finding:
     apart = [row for row in rows if row["told_apart"]]
     if not rows:
         return Finding(table.name, False, f"There are no {what} to look at.")
+    mixed = [named(row) for row in rows if row["held_still"] is not None and row not in apart]
+    by_mix = f" What sets {', '.join(mixed[:_NAMED])} apart is the mix of eras and types."
+    ending = by_mix if mixed else ""
     if not apart:
-        return Finding(
-            table.name, False, f"None of {looked} passes more or less often than chance explains."
-        )
+        text = f"None of {looked} passes more or less often than chance explains."
+        return Finding(table.name, False, text + ending)
     apart.sort(key=lambda row: row["p_value"])
     told = "; ".join(
         f"{named(row)} passes in {percent(row['rate'])} of {row['total']} "
@@ -66,7 +68,9 @@ def about_parts(table: Table, what: str, hidden: int = 0) -> Finding:
     )
     more = f"; and {len(apart) - _NAMED} more" if len(apart) > _NAMED else ""
     return Finding(
-        table.name, True, f"{len(apart)} of {looked} told apart from chance: {told}{more}."
+        table.name,
+        True,
+        f"{len(apart)} of {looked} told apart from chance: {told}{more}.{ending}",
     )
 
 

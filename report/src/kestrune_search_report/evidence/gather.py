@@ -8,6 +8,9 @@ from collections.abc import Iterable, Mapping, Sequence
 from dataclasses import asdict, dataclass
 from typing import Any
 
+from kestrune.search_analytics import AggregateBy
+
+from kestrune_search_report.arguments import aggregation
 from kestrune_search_report.asking import Questions
 from kestrune_search_report.evaluation import Evaluation
 from kestrune_search_report.evidence.chance import (
@@ -25,6 +28,7 @@ from kestrune_search_report.evidence.findings import (
     about_trend,
 )
 from kestrune_search_report.evidence.luck import luckiest
+from kestrune_search_report.evidence.membership import Setting, belongs, setting, strata
 from kestrune_search_report.evidence.shapes import SHAPES
 from kestrune_search_report.evidence.shares import wilson
 from kestrune_search_report.selection import selected, sharpe_of
@@ -71,6 +75,21 @@ class Evidence:
         return evidence_json(self)
 
 
+class _Scope:
+    """The evaluations that parts are tested in."""
+
+    def __init__(self, evaluations: Sequence[Evaluation], aggregate_by: AggregateBy) -> None:
+        self.evaluations = evaluations
+        self.total = len(evaluations)
+        self.passed = sum(bool(one.passed_thresholds) for one in evaluations)
+        self._aggregate_by = aggregate_by
+
+    def held_still(self, name: str, label: tuple[Any, ...]) -> float:
+        """Return the p-value of a part with the mix of eras and types held still."""
+        part = (belongs(one, name, label, self._aggregate_by) for one in self.evaluations)
+        return held_still(list(strata(self.evaluations, part).values()))
+
+
 def weigh(
     questions: Questions,
     *,
@@ -89,8 +108,7 @@ def weigh(
     most 5 of 100 searches that are nothing but noise.
     """
     kept = questions.checked_filters(filters)
-    evaluations = selected(questions.snapshot, kept)
-    total, passed = len(evaluations), sum(bool(one.passed_thresholds) for one in evaluations)
+    scope = _Scope(selected(questions.snapshot, kept), aggregation(aggregate_by))
     patterns = questions.get_search_patterns(**kept).result
     stats = questions.get_search_stats(
         aggregate_by=aggregate_by,
@@ -102,15 +120,17 @@ def weigh(
     minutes = questions.get_yield_analysis(
         recent_window_minutes=recent_window_minutes, **kept
     ).result.recent_window_minutes
+    cutoff = time.time() - minutes * 60
+    recent = strata(scope.evaluations, (one.timestamp >= cutoff for one in scope.evaluations))
     tables = {
-        "overall": _shares("overall", [Part((), passed, total)]),
-        "settings": _settings(evaluations, minutes),
-        "pairs": _tested("pairs", pairs[:max_pairs], passed, total),
-        "families": _tested("families", _families(patterns), passed, total),
-        "groups": _tested("groups", _groups(stats), passed, total),
-        "depths": _tested("depths", _depths(patterns), passed, total),
-        "trend": _trend(evaluations, minutes),
-        "luck": _luck(evaluations, pnl_column, sharpe_years),
+        "overall": _shares("overall", [Part((), scope.passed, scope.total)]),
+        "settings": _settings(recent),
+        "pairs": _tested("pairs", pairs[:max_pairs], scope),
+        "families": _tested("families", _families(patterns), scope),
+        "groups": _tested("groups", _groups(stats), scope),
+        "depths": _tested("depths", _depths(patterns), scope),
+        "trend": _trend(recent, minutes),
+        "luck": _luck(scope.evaluations, pnl_column, sharpe_years),
     }
     findings = (
         about_parts(tables["pairs"], "most frequent pairs", max(0, len(pairs) - max_pairs)),
@@ -167,44 +187,29 @@ def _shares(name: str, parts: Sequence[Part]) -> Table:
     return table(name, SHAPES[name], rows)
 
 
-def _tested(name: str, parts: Sequence[Part], passed: int, total: int) -> Table:
-    """Return parts with their tests against the rest of `passed` out of `total`."""
+def _tested(name: str, parts: Sequence[Part], scope: _Scope) -> Table:
+    """Return parts with their tests against the rest of the scope."""
     if not parts:
         return table(name, SHAPES[name], [])
     counts = [part.passed for part in parts], [part.total for part in parts]
-    p_values = against_rest(*counts, passed, total)
+    p_values = against_rest(*counts, scope.passed, scope.total)
     rows: list[tuple[Any, ...]] = []
     for part, share, p, q in zip(
         parts, _share_cells(parts), p_values, corrected(p_values), strict=True
     ):
-        others = total - part.total
-        rest = (passed - part.passed) / others if others else None
-        rows.append((*part.label, *share, rest, p, q, q <= LEVEL))
+        others = scope.total - part.total
+        rest = (scope.passed - part.passed) / others if others else None
+        still = scope.held_still(name, part.label) if q <= LEVEL else None
+        apart = still is not None and still <= LEVEL
+        rows.append((*part.label, *share, rest, p, q, still, apart))
     return table(name, SHAPES[name], rows)
 
 
-def _setting(evaluation: Evaluation) -> tuple[str, str]:
-    # Of what is not known the name is empty: it sorts with the others.
-    return (str(evaluation.era_id or ""), str(evaluation.eval_type or ""))
-
-
-def _strata(evaluations: Iterable[Evaluation], minutes: float) -> dict[tuple[str, str], Stratum]:
-    cutoff = time.time() - minutes * 60
-    counts: dict[tuple[str, str], list[int]] = {}
-    for one in evaluations:
-        found = counts.setdefault(_setting(one), [0, 0, 0, 0])
-        passed, recent = bool(one.passed_thresholds), one.timestamp >= cutoff
-        for place, more in enumerate((1, passed, recent, recent and passed)):
-            found[place] += more
-    return {key: Stratum(*counts[key]) for key in sorted(counts)}
-
-
-def _settings(evaluations: Iterable[Evaluation], minutes: float) -> Table:
-    strata = _strata(evaluations, minutes)
-    parts = [Part(key, one.passed, one.total) for key, one in strata.items()]
+def _settings(strata_of: Mapping[Setting, Stratum]) -> Table:
+    parts = [Part(key, one.passed, one.total) for key, one in strata_of.items()]
     rows = [
         (*part.label, *share, one.part_total, one.part_passed)
-        for part, share, one in zip(parts, _share_cells(parts), strata.values(), strict=True)
+        for part, share, one in zip(parts, _share_cells(parts), strata_of.values(), strict=True)
     ]
     return table("settings", SHAPES["settings"], rows)
 
@@ -227,8 +232,8 @@ def trend_row(strata: Sequence[Stratum]) -> tuple[Any, ...] | None:
     return (recent, passed, *effects, p_value, q_value, q_value <= LEVEL)
 
 
-def _trend(evaluations: Iterable[Evaluation], minutes: float) -> Table:
-    row = trend_row(list(_strata(evaluations, minutes).values()))
+def _trend(strata_of: Mapping[Setting, Stratum], minutes: float) -> Table:
+    row = trend_row(list(strata_of.values()))
     return table("trend", SHAPES["trend"], [] if row is None else [(minutes, *row)])
 
 
@@ -236,7 +241,7 @@ def _luck(evaluations: Iterable[Evaluation], pnl_column: str | None, years: floa
     """Return the luck in each setting: eras differ in length and in how the market moved."""
     sharpes: dict[tuple[str, str], list[float]] = {}
     for one in evaluations:
-        sharpes.setdefault(_setting(one), []).append(sharpe_of(one, pnl_column))
+        sharpes.setdefault(setting(one), []).append(sharpe_of(one, pnl_column))
     found = [(key, luck) for key in sorted(sharpes) if (luck := luckiest(sharpes[key], years))]
     q_values = corrected([luck.p_value for _, luck in found])
     rows = [

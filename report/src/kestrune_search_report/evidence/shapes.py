@@ -16,7 +16,8 @@ _TEST = (
     "rest_rate number share of passes among all other evaluations; nothing if there are none",
     "p_value number how likely chance alone makes a difference to the rest as large",
     "q_value number the same, corrected for all that was looked at",
-    "told_apart flag whether the q_value is at most 0.05",
+    "held_still number the p-value with the mix of eras and types held still, if q_value tells",
+    "told_apart flag whether q_value and held_still are at most 0.05",
 )
 
 SHAPES: dict[str, tuple[Column, ...]] = {
