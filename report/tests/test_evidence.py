@@ -67,8 +67,11 @@ def test_strata_add_up_like_random_deals() -> None:
 
 def test_correction_is_scipys_and_counts_the_claims() -> None:
     p_values = [0.0001, 0.002, 0.3, 0.9, 0.004]
-    expected = np.minimum(1, scipy.stats.false_discovery_control(p_values) * len(CLAIMS))
-    assert corrected(p_values) == pytest.approx(expected.tolist(), **CLOSE)
+    alone = scipy.stats.false_discovery_control(p_values)
+    assert corrected(p_values) == pytest.approx(alone.tolist(), **CLOSE)
+    expected = np.minimum(1, alone / 0.2)
+    assert corrected(p_values, "families") == pytest.approx(expected.tolist(), **CLOSE)
+    assert sum(CLAIMS.values()) == pytest.approx(1.0)
     assert corrected([]) == []
 
 

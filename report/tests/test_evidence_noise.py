@@ -84,7 +84,7 @@ def search(seed: int) -> Search:
     )
 
 
-def told_apart(parts: Parts, passed: int) -> bool:
+def told_apart(claim: str, parts: Parts, passed: int) -> bool:
     """Whether a report tells any of the parts apart from the rest.
 
     Only those that are two standard deviations off are tested exactly, for time's sake: the
@@ -95,7 +95,7 @@ def told_apart(parts: Parts, passed: int) -> bool:
     for place, (k, n) in enumerate(zip(parts.passes, parts.totals, strict=True)):
         if (k - n * share) ** 2 > 4 * n * share * (1 - share) * (1 - n / COUNT):
             (p_values[place],) = against_rest([k], [n], passed, COUNT)
-    return any(q <= LEVEL for q in corrected(p_values))
+    return any(q <= LEVEL for q in corrected(p_values, claim))
 
 
 def claims(made: Search) -> bool:
@@ -103,9 +103,9 @@ def claims(made: Search) -> bool:
     luck = luckiest(made.sharpes)
     assert luck is not None
     return (
-        any(told_apart(parts, made.passed) for parts in made.parts.values())
-        or corrected([held_still(made.strata)])[0] <= LEVEL
-        or corrected([luck.p_value])[0] <= LEVEL
+        any(told_apart(claim, parts, made.passed) for claim, parts in made.parts.items())
+        or corrected([held_still(made.strata)], "trend")[0] <= LEVEL
+        or corrected([luck.p_value], "luck")[0] <= LEVEL
     )
 
 
@@ -123,5 +123,5 @@ def test_what_is_planted_is_found(claim: str, looks: int) -> None:
         planted = int(chance.binomial(200, 2 * BASE))
         passed = planted + int(chance.binomial(COUNT - 200, BASE))
         p_values = against_rest([planted], [200], passed, COUNT) + [1.0] * (looks - 1)
-        found += corrected(p_values)[0] <= LEVEL
+        found += corrected(p_values, claim)[0] <= LEVEL
     assert found >= 0.95 * len(SEEDS), claim

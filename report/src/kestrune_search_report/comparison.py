@@ -29,7 +29,7 @@ COLUMNS = columns(
     "difference number rate_b - rate_a",
     "p_value number how likely chance alone makes a difference as large; nothing if one has none",
     "q_value number the same, corrected for all parts that were compared",
-    "told_apart flag whether the q_value is at most 0.05",
+    "told_apart flag whether the q_value is at most 0.025",
 )
 EVERYTHING = "everything"
 
@@ -71,7 +71,7 @@ def compare(first: Snapshot, second: Snapshot, **filters: Any) -> Comparison:
         rows.append([*cells, rates[1] - rates[0]])
     tested = [row for row in rows if row[1] and row[6]]
     p_values = [against_rest([r[2]], [r[1]], r[2] + r[7], r[1] + r[6])[0] for r in tested]
-    for row, p, q in zip(tested, p_values, corrected(p_values, claims=1), strict=True):
+    for row, p, q in zip(tested, p_values, corrected(p_values), strict=True):
         row += [p, q, q <= LEVEL]
     for row in rows:
         row += [None, None, False][len(row) - len(COLUMNS) :] if len(row) < len(COLUMNS) else []

@@ -7,10 +7,18 @@ from dataclasses import dataclass
 from importlib import import_module
 from typing import Any
 
-# The questions that a report puts to the data. Each may spend an equal part of LEVEL, so that a
-# search of nothing but noise makes a report claim anything at all in at most so many of 100.
-CLAIMS = ("pairs", "families", "groups", "depths", "trend", "luck")
-LEVEL = 0.05
+# Of searches that are nothing but noise, so many make a report claim anything at all, at most.
+LEVEL = 0.025
+# The claims that a report can make, and the part of LEVEL that each may spend: most goes to those
+# that look at hundreds of parts and have little left for each.
+CLAIMS = {
+    "pairs": 0.4,
+    "groups": 0.25,
+    "families": 0.2,
+    "depths": 0.05,
+    "trend": 0.05,
+    "luck": 0.05,
+}
 
 
 @dataclass(frozen=True)
@@ -64,12 +72,14 @@ def held_still(strata: Sequence[Stratum]) -> float:
     return min(1.0, 2 * min(below, above))
 
 
-def corrected(p_values: Sequence[float], claims: int = len(CLAIMS)) -> list[float]:
+def corrected(p_values: Sequence[float], claim: str | None = None) -> list[float]:
     """Return p-values corrected for how many there are and for the other claims of a report.
 
-    Benjamini and Hochberg's, as scipy has it, times the number of claims; at most 1.
+    Benjamini and Hochberg's, as scipy has it, over the claim's part of LEVEL; at most 1. What is
+    told apart has one of at most LEVEL. None stands for a claim that is made alone.
     """
     if not p_values:
         return []
     stats: Any = import_module("scipy.stats")
-    return [min(1.0, float(value) * claims) for value in stats.false_discovery_control(p_values)]
+    part = 1.0 if claim is None else CLAIMS[claim]
+    return [min(1.0, float(value) / part) for value in stats.false_discovery_control(p_values)]

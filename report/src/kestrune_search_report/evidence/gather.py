@@ -105,7 +105,7 @@ def weigh(
 
     Pairs are the `max_pairs` most frequent. `sharpe_years` is over how many years each Sharpe
     ratio was measured, if they are per year: see `luckiest`. All claims together are wrong in at
-    most 5 of 100 searches that are nothing but noise.
+    most 2.5 of 100 searches that are nothing but noise.
     """
     kept = questions.checked_filters(filters)
     scope = _Scope(selected(questions.snapshot, kept), aggregation(aggregate_by))
@@ -134,8 +134,8 @@ def weigh(
     }
     findings = (
         about_parts(tables["pairs"], "most frequent pairs", max(0, len(pairs) - max_pairs)),
-        about_parts(tables["families"], "function families"),
         about_parts(tables["groups"], "groups", stats.total_groups - stats.groups_shown),
+        about_parts(tables["families"], "function families"),
         about_parts(tables["depths"], "depths"),
         about_trend(list(tables["trend"].dicts())),
         about_luck(list(tables["luck"].dicts())),
@@ -195,7 +195,7 @@ def _tested(name: str, parts: Sequence[Part], scope: _Scope) -> Table:
     p_values = against_rest(*counts, scope.passed, scope.total)
     rows: list[tuple[Any, ...]] = []
     for part, share, p, q in zip(
-        parts, _share_cells(parts), p_values, corrected(p_values), strict=True
+        parts, _share_cells(parts), p_values, corrected(p_values, name), strict=True
     ):
         others = scope.total - part.total
         rest = (scope.passed - part.passed) / others if others else None
@@ -227,7 +227,7 @@ def trend_row(strata: Sequence[Stratum]) -> tuple[Any, ...] | None:
     expected = math.fsum(one.part_total * one.passed / one.total for one in strata) / recent
     share = passed / recent
     p_value = held_still(strata)
-    (q_value,) = corrected([p_value])
+    (q_value,) = corrected([p_value], "trend")
     effects = (lifetime, share, expected, expected - lifetime, share - expected)
     return (recent, passed, *effects, p_value, q_value, q_value <= LEVEL)
 
@@ -243,7 +243,7 @@ def _luck(evaluations: Iterable[Evaluation], pnl_column: str | None, years: floa
     for one in evaluations:
         sharpes.setdefault(setting(one), []).append(sharpe_of(one, pnl_column))
     found = [(key, luck) for key in sorted(sharpes) if (luck := luckiest(sharpes[key], years))]
-    q_values = corrected([luck.p_value for _, luck in found])
+    q_values = corrected([luck.p_value for _, luck in found], "luck")
     rows = [
         (*key, *asdict(luck).values(), q, q <= LEVEL)
         for (key, luck), q in zip(found, q_values, strict=True)

@@ -17,7 +17,7 @@ _TEST = (
     "p_value number how likely chance alone makes a difference to the rest as large",
     "q_value number the same, corrected for all that was looked at",
     "held_still number the p-value with the mix of eras and types held still, if q_value tells",
-    "told_apart flag whether q_value and held_still are at most 0.05",
+    "told_apart flag whether q_value and held_still are at most 0.025",
 )
 
 SHAPES: dict[str, tuple[Column, ...]] = {
@@ -54,7 +54,7 @@ SHAPES: dict[str, tuple[Column, ...]] = {
         "own_effect number recent_rate - expected_rate: what it does not explain",
         "p_value number how likely chance alone makes an own_effect as large",
         "q_value number the same, corrected for the other claims of a report",
-        "told_apart flag whether the q_value is at most 0.05",
+        "told_apart flag whether the q_value is at most 0.025",
     ),
     "luck": columns(
         "era_id text era",
@@ -67,6 +67,6 @@ SHAPES: dict[str, tuple[Column, ...]] = {
         "ceiling number what the luckiest stays below in 95 of 100 such searches",
         "p_value number how likely the luckiest is as good as the best",
         "q_value number the same, corrected for all that was looked at",
-        "told_apart flag whether the q_value is at most 0.05",
+        "told_apart flag whether the q_value is at most 0.025",
     ),
 }
