@@ -7,7 +7,7 @@ from typing import Any
 import pytest
 from kestrune.search_analytics import AggregateBy, EvalPool, SearchAnalytics
 
-from kestrune_search_report import FilterError, Snapshot, SourceError
+from kestrune_search_report import FilterError, Snapshot, SourceError, collect
 from support.searches import POOLS, records, simple
 from support.trackers import ListTracker
 
@@ -112,6 +112,18 @@ def test_what_no_question_can_work_with_is_said_at_once() -> None:
 def test_a_full_history_is_noted(rows: list[dict[str, Any]], tracker: ListTracker) -> None:
     assert Snapshot.of(tracker).notes == ()
     assert "exactly 50" in Snapshot.of(tracker, limit=50).notes[0]
+
+
+def test_an_empty_tracker_has_nothing_to_say() -> None:
+    tracker = ListTracker([])
+    try:
+        snapshot = Snapshot.of(tracker)
+    finally:
+        tracker.close()
+    assert snapshot.engine.get_search_patterns(era_id="nope").total_evaluations == 0
+    report = collect(snapshot)
+    assert [caveat.about for caveat in report.caveats] == ["empty"]
+    assert report.evidence.claims == []
 
 
 def test_a_search_can_be_moved_to_the_present() -> None:

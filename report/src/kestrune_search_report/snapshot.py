@@ -13,6 +13,7 @@ from kestrune.search_analytics import SearchAnalytics
 
 from kestrune_search_report.errors import SourceError
 from kestrune_search_report.evaluation import Evaluation
+from kestrune_search_report.fields import BY_NAME
 from kestrune_search_report.filters import kept
 from kestrune_search_report.pools import Pool, PoolsLike, pools_from
 from kestrune_search_report.reading import Columns, Constants, Progress, Reading
@@ -82,6 +83,9 @@ class Snapshot:
         )
         reading = Reading(constants=constants or {}, convert=False)
         evaluations, known = reading.read(records, None, progress)
+        if not records:
+            # Whatever is asked for, there is none of it.
+            known = frozenset(BY_NAME)
         statuses = read_statuses(getattr(tracker, "_conn", None))
         for evaluation in evaluations:
             key = (evaluation.eval_type, evaluation.eval_id)
