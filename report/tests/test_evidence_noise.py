@@ -90,12 +90,13 @@ def told_apart(claim: str, parts: Parts, passed: int) -> bool:
     Only those that are two standard deviations off are tested exactly, for time's sake: the
     others cannot be told apart.
     """
+    passes, totals = np.array(parts.passes), np.array(parts.totals)
     share = passed / COUNT
-    p_values = [1.0] * len(parts.totals)
-    for place, (k, n) in enumerate(zip(parts.passes, parts.totals, strict=True)):
-        if (k - n * share) ** 2 > 4 * n * share * (1 - share) * (1 - n / COUNT):
-            (p_values[place],) = against_rest([k], [n], passed, COUNT)
-    return any(q <= LEVEL for q in corrected(p_values, claim))
+    variance = totals * share * (1 - share) * (1 - totals / COUNT)
+    off = (passes - totals * share) ** 2 > 4 * variance
+    p_values = np.ones(len(totals))
+    p_values[off] = against_rest(passes[off], totals[off], passed, COUNT)
+    return any(q <= LEVEL for q in corrected(p_values.tolist(), claim))
 
 
 def claims(made: Search) -> bool:
