@@ -32,9 +32,10 @@ def luckiest(sharpes: Sequence[float], years: float | None = None) -> Luck | Non
     """Return the luck among Sharpe ratios; None where fewer than 20 of them are finite.
 
     With `years`, over which each was measured, a try without skill has a normal Sharpe ratio
-    around 0 with the spread 1 / sqrt(years). Without, the spread is that of the middle half of
-    the ratios themselves, around their median but no lower than 0: skill that is in them makes
-    luck look larger, not smaller.
+    around 0 with the spread 1 / sqrt(years). Without, the spread is the standard deviation of the
+    ratios themselves, around their median but no lower than 0: skill that is in them, and tails
+    longer than the normal ones, make luck look larger, not smaller. (The spread of their middle
+    half would not see them, but of few ratios it is known too badly.)
     """
     import numpy as np
 
@@ -47,8 +48,7 @@ def luckiest(sharpes: Sequence[float], years: float | None = None) -> Luck | Non
         centre, spread = 0.0, 1 / math.sqrt(years)
     else:
         centre = max(0.0, float(np.median(found)))
-        # Scaled so that it is the standard deviation where the ratios are normal.
-        spread = float(stats.iqr(found, scale="normal"))
+        spread = float(found.std(ddof=1))
     if spread == 0:
         return None
     tries, best = len(found), float(found.max())
