@@ -39,7 +39,7 @@ export PIP_DISABLE_PIP_VERSION_CHECK := 1
 
 # Sets iterate in another order in every run; the tests print the seed that repeats it.
 HASH_SEED := $(patsubst random,$(shell od -An -N4 -tu4 /dev/urandom | tr -d ' '),$(PYTHONHASHSEED))
-test report sanitize debug leaks coverage: export PYTHONHASHSEED := $(HASH_SEED)
+test testreport sanitize debug leaks coverage: export PYTHONHASHSEED := $(HASH_SEED)
 
 .DEFAULT_GOAL := help
 .DELETE_ON_ERROR:
@@ -66,14 +66,14 @@ build: $(BUILD)/build.ninja ## build the extension and install it into the virtu
 .PHONY: test
 test: build $(STAMPS)/test ## run the whole test suite in dev mode (REPORT=: without the report's)
 	@$(PYTEST) $(ARGS)
-	@$(if $(ARGS),,$(if $(REPORT),$(MAKE) report))
+	@$(if $(ARGS),,$(if $(REPORT),$(MAKE) testreport))
 	@echo "make test: built $(BUILD), installed it into $(VENV), ran the tests with $$($(PY) --version)."
 
-.PHONY: report
-report: build $(STAMPS)/report ## run the tests of the report beside the module
+.PHONY: testreport
+testreport: build $(STAMPS)/report ## run the tests of the report beside the module
 	@PYTHONPATH="$(CURDIR)/report/src" $(PYTEST) -c report/pyproject.toml --rootdir report \
 	    $(or $(ARGS),report/tests)
-	@echo "make report: ran the tests of the report with $$($(PY) --version)."
+	@echo "make testreport: ran the tests of the report with $$($(PY) --version)."
 
 .PHONY: check
 check: ## do what CI does: tests, lint, sanitizers, random programs, assertions, faults, other CPythons

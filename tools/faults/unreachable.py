@@ -45,7 +45,7 @@ LOADING = "it runs when the extension is loaded, before any operation"
 COMPILER = "a branch for what the compiler works out itself"
 
 RULES = [
-    Rule(LOADING, "operator new*random_number*"),
+    Rule(LOADING, "operator new", file="*/basic_string.h", text="_M_construct(__s, __end"),
     Rule(LOADING, "operator new*", file="tables/name_hash.cpp"),
     Rule(IN_RANGE, "PyErr_SetString in raise in list_item*"),
     *(
