@@ -12,7 +12,7 @@ from support.children import run_child
 from support.parts import engine_over, evaluation, function_item
 
 FUNCTION_TYPE: Any = type(search_analytics.get_search_stats)
-COUNT = 20_000
+COUNT = 4_000
 # Half of the slots are free: few look-ups find another name in their way, and rarely several.
 MOST_STEPS_PER_NAME = 6
 
