@@ -35,15 +35,12 @@ bool Attribute::is_absent_from_dictionary(PyObject* record) const {
     return held.is_complete() && key_.is_missing_in(*held.view().table);
 }
 
-// An ordinary look-up runs no code where it finds a slot, an item of a tuple, or no descriptor and
-// the attribute in the instance itself.
+// An ordinary look-up runs no code where it finds a slot, an item of a tuple, or nothing in the
+// class that goes before the instance and the attribute in the instance itself.
 void Attribute::learn_by_peeking(PyObject* record) {
     PyTypeObject* type = Py_TYPE(record);
     PyObject* in_class = compat::kHasLock ? _PyType_Lookup(type, name_) : nullptr;
-    if (!is_worth_learning(record) || !has_fixed_kind(in_class) ||
-        (in_class != nullptr && !goes_before_instances(in_class) &&
-         Py_TYPE(in_class)->tp_descr_get != nullptr) ||
-        !learn_place(record, in_class)) {
+    if (!is_worth_learning(record) || !has_fixed_kind(in_class) || !learn_place(record, in_class)) {
         return;
     }
     const PyObject* found = value_of(record);

@@ -154,7 +154,20 @@ def give_by_another_dictionary(records):
         record.__dict__ = {**vars(record), "rejection_reason": "given"}
 
 
+class OtherDictionary(dict):
+    """A dictionary whose own look-up nobody asks for attributes."""
+
+    def get(self, key, default=None):
+        raise AssertionError(key)
+
+
+def give_by_a_dictionary_of_another_type(records):
+    for record in records:
+        record.__dict__ = OtherDictionary(vars(record), rejection_reason="given")
+
+
 GIFTS = {
+    "dictionary of another type": give_by_a_dictionary_of_another_type,
     "instance": give_each,
     "another dictionary": give_by_another_dictionary,
     "dictionary": give_by_dictionary,
