@@ -11,6 +11,7 @@ import sys
 from collections.abc import Callable, Generator, Mapping
 from contextlib import contextmanager, suppress
 from enum import Enum
+from pathlib import Path
 from typing import Annotated, Any
 
 import typer
@@ -240,6 +241,43 @@ def compare(
             from kestrune_search_report.terminal import print_comparison
 
             print_comparison(_output(), found)
+
+
+@app.command()
+def page(
+    source: Source,
+    output: Annotated[
+        Path, typer.Option("--output", "-o", help="The file to write.", dir_okay=False)
+    ] = Path("report.html"),
+    pool: Pools = None,
+    column: Columns = None,
+    constant: Constants = None,
+    passed: Passed = None,
+    study: Study = None,
+    ending_now: EndingNow = False,
+    filters: Filters = None,
+    aggregate_by: Aggregate = None,
+    min_sample_size: MinSample = None,
+    recent_window: Recent = None,
+    pnl_column: Column = None,
+    sharpe_years: Years = None,
+) -> None:
+    """Write all of it as one page: a file to open in any browser, to print, to send."""
+    from kestrune_search_report.page import page as made
+
+    with failures():
+        snapshot = _snapshot(source, pool, column, constant, passed, study, ending_now)
+        options = _given(
+            aggregate_by=aggregate_by,
+            min_sample_size=min_sample_size,
+            recent_window_minutes=recent_window,
+            pnl_column=pnl_column,
+            sharpe_years=sharpe_years,
+        )
+        with progress() as step:
+            text = made(snapshot, filters=_filters(filters), progress=step, **options)
+        output.write_text(text, encoding="utf-8")
+        sys.stdout.write(f"{output}: {len(text.encode()) / 1e6:.1f} MB\n")
 
 
 @app.command()
