@@ -60,7 +60,7 @@ def crowding(view: View) -> Html:
         key("more", "a quarter more pass than in all"),
         key("even", "about as many"),
         key("less", "a quarter fewer"),
-        joined(" Larger: more evaluations."),
+        joined("Larger: more evaluations. The score divides by turnover: little of it lifts a weak group."),
     )
 
 
@@ -72,7 +72,7 @@ def pairs(view: View) -> Html:
         return Html("")
     lifts = [row["rate"] / overall for row in rows]
     totals = [float(row["total"]) for row in rows]
-    plot = Plot(log_axis(totals), axis(lifts, zero=True, around=[1.0, 2.0]), 280)
+    plot = Plot(log_axis(totals), axis(lifts, zero=True, around=[1.0, 2.0]), 360)
     plain, better, worse, apart = ([] for _ in range(4))  # type: ignore[var-annotated]
     for row, total, lift in zip(rows, totals, lifts, strict=True):
         if row["told_apart"] and view.whole is None:
@@ -98,7 +98,7 @@ def pairs(view: View) -> Html:
         "evaluations that use both functions",
         "lift: 1 passes as often as the whole search",
         *notes,
-        joined(" Curves: where 95 of 100 pairs without any effect lie."),
+        joined(" Shaded: where 95 of 100 pairs without any effect lie."),
     )
 
 

@@ -115,7 +115,9 @@ class Plot:
         """Return a text above a point, towards the middle of the picture."""
         x, y = self.at(point)
         side = "start" if x < 25 else "end" if x > 75 else "middle"
-        return el("text", text, x=place(x), y=place(y), dy=f"-{up:.0f}", text_anchor=side)
+        return el(
+            "text", text, x=place(x), y=place(y), dy=f"-{up:.0f}", text_anchor=side, class_="name"
+        )
 
     def bar(self, low: float, high: float, value: float, class_: str, title: str) -> Html:
         """Return a bar that stands on the lower end of the picture."""

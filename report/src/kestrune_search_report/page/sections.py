@@ -37,14 +37,17 @@ def _crowding(view: View) -> Html:
 
 def _origins(view: View) -> Html:
     return joined(
-        say(wording.origins(view)), tables.origins(view), calls.call(view, "get_search_patterns")
+        say(wording.origins(view)),
+        tables.origins(view),
+        note("Bar: 95% interval of the share that passed. Dotted line: all evaluations shown."),
+        calls.call(view, "get_search_patterns"),
     )
 
 
 def _pairs(view: View) -> Html:
     return joined(
         say(wording.pairs(view)),
-        el("div", charts.pairs(view), tables.nearest_pairs(view), class_="pair"),
+        el("div", charts.pairs(view), tables.nearest_pairs(view), class_="pair pairs"),
         calls.call(view, "get_correlation_patterns"),
     )
 

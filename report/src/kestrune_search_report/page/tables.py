@@ -28,7 +28,14 @@ def cell(content: Any, class_: str | None = None, **more: Any) -> Html:
 
 def row(name: Any, *cells: Html, class_: str | None = None) -> Html:
     """Return one row under the name of what it is about."""
-    return el("tr", el("th", name, scope="row"), *cells, class_=class_)
+    return el("tr", el("th", breakable(name), scope="row"), *cells, class_=class_)
+
+
+def breakable(name: Any) -> Html:
+    """Return a name that may be broken after its underscores."""
+    if isinstance(name, Html):
+        return name
+    return Html(joined(name).replace("_", "_<wbr>"))
 
 
 def matrix(view: View) -> Html:
@@ -90,7 +97,7 @@ def _group_row(
         )
         for name, side in families
     ]
-    name = joined(one.name, _apart(one.apart))
+    name = joined(breakable(one.name), _apart(one.apart))
     share = el("small", f"{percent(one.low, 0)}–{percent(one.high, 0)}", class_="range")
     return row(
         name,
@@ -138,7 +145,7 @@ def shares_table(
     what = "passed" if over == 1.0 else "lift"
     return el(
         "table",
-        heads((title, ""), ("95% interval; line: whole search", "tracks"), (what, "num"), ("of", "num")),
+        heads((title, ""), ("95% interval", "tracks"), (what, "num"), ("of", "num faint")),
         el("tbody", rows),
         el("tfoot", foot),
         class_="tracked",
@@ -173,7 +180,7 @@ def nearest_pairs(view: View, most: int = 10) -> Html:
         return Html("")
     rows.sort(key=lambda one: -one["rate"])
     scale = axis([one[end] / overall for one in rows for end in ("low", "high")], zero=True, around=[1])
-    parts = [(f"{one['function_a']} + {one['function_b']}", one) for one in rows]
+    parts = [(f"{one['function_a']} with {one['function_b']}", one) for one in rows]
     return shares_table(view, "farthest from chance", parts, scale, over=overall)
 
 
@@ -235,7 +242,7 @@ def fates(view: View) -> Html:
     ]
     return el(
         "table",
-        heads(("how far", ""), ("", "tracks"), ("evals", "num"), ("of all", "num")),
+        heads(("how far", ""), ("as a bar", "tracks"), ("evals", "num"), ("of all", "num faint")),
         el("tbody", rows),
         class_="tracked",
     )
@@ -271,12 +278,12 @@ def luck(view: View) -> Html:
     return el(
         "table",
         heads(
-            ("era and type", ""), ("dot: the best; bar: the luckiest", "tracks"), ("best", "num"),
-            ("luck", "num"), ("tries", "num"),
+            ("era and type", ""), ("dot: best; bar: luck", "tracks"), ("best", "num"),
+            ("luck", "num"), ("tries", "num faint"),
         ),
         el("tbody", body),
         el("tfoot", foot),
-        class_="tracked",
+        class_="tracked luckiest",
     )
 
 

@@ -119,7 +119,7 @@ def luck_in_short(view: View) -> str:
         return ""
     beyond = sum(row["told_apart"] for row in rows)
     if not beyond:
-        return "No best Sharpe ratio is better than the luckiest of as many tries without skill."
+        return "The best Sharpe ratios are within what the luckiest of as many tries without skill shows."
     return (
         f"The best Sharpe ratio is beyond luck in {beyond} of {count(len(rows), 'era and type', 'eras and types')}."
     )
@@ -210,10 +210,24 @@ def pace(view: View) -> Html:
         "insufficient_data": "There is too little to tell whether passes come faster",
     }[speed]
     return joined(
-        f"{told}; the share that passes is {percent(figures['lifetime_yield_rate'])} in all and ",
+        f"{told}. The share that passes is {percent(figures['lifetime_yield_rate'])} in all and ",
         b(percent(figures["recent_yield_rate"])),
-        f" in the last {window(figures['recent_window_minutes'])}. ",
-        finding(view, "trend") if view.whole is None else "",
+        f" in the last {window(figures['recent_window_minutes'])}",
+        _change(view),
+    )
+
+
+def _change(view: View) -> str:
+    """Return what the change of the yield comes of."""
+    rows = rows_of(view, "trend")
+    if not rows or view.whole is not None:
+        return "."
+    (row,) = rows
+    mix, own = (f"{100 * row[key]:+.1f}".replace("-", "−") for key in ("mix_effect", "own_effect"))
+    told = "more than chance explains" if row["told_apart"] else "which chance explains"
+    return (
+        f": {mix} points come of another mix of eras and types, {own} of better or worse "
+        f"candidates, {told}."
     )
 
 
