@@ -4,12 +4,18 @@ from __future__ import annotations
 
 from typing import Any
 
+from kestrune_search_report.evidence.findings import named as naming
 from kestrune_search_report.page.figures import Group, Overall, finding, groups, rows_of
 from kestrune_search_report.page.markup import Html, count, el, joined, listed, number, percent
 from kestrune_search_report.page.markup import strong as b
 from kestrune_search_report.page.views import View
 
-_LOOKED = {"pairs": "pairs", "groups": "groups", "families": "families", "depths": "depths"}
+_LOOKED = (
+    ("pairs", "pair", "pairs"),
+    ("groups", "group", "groups"),
+    ("families", "family", "families"),
+    ("depths", "depth", "depths"),
+)
 
 
 def in_short(view: View) -> Html:
@@ -42,36 +48,62 @@ def try_next(view: View) -> Html:
     """Return where to search further."""
     found = groups(view)
     good = [one for one in found if one.score > 0][:3]
+    sure = _proven(view, more=True)
     if not found:
-        return _too_small(view)
+        return joined(sure, _too_small(view))
     if not good:
-        return joined("No group has a score above 0: change the ingredients, not the proportions.")
+        return joined(
+            sure, "No group has a score above 0: change the ingredients, not the proportions."
+        )
+    proven = {one.name for one in good if one.apart > 0}
     ending = (
-        " Passing more often than the rest, beyond chance: "
-        f"{listed([one.name for one in found if one.apart > 0])}."
-        if any(one.apart > 0 for one in found)
-        else " None of them is proven: these are the places to look first, and several at once."
+        "The whole search says what chance explains."
+        if view.whole is not None
+        else "All of them pass more often than chance explains."
+        if len(proven) == len(good)
+        else f"Beyond chance: {listed(sorted(proven))}."
+        if proven
+        else "None of them passes more often than chance explains: look there first, and at "
+        "several at once."
     )
-    if view.whole is not None:
-        ending = " Chance is not judged here: the whole search is."
-    return joined("Most promising by score: ", _in_a_row([_with_score(one) for one in good]), f".{ending}")
+    best = _in_a_row([_with_score(one) for one in good])
+    return joined(sure, "Most promising by score: ", best, f". {ending}")
 
 
 def leave(view: View) -> Html:
     """Return what to spend less on."""
     found = groups(view)
+    sure = _proven(view, more=False)
     if not found:
-        return _too_small(view)
+        return joined(sure, _too_small(view))
     bad = [one for one in reversed(found) if one.score <= 0][:3]
-    worse = [one.name for one in found if one.apart < 0]
-    start = (
-        joined("Least promising by score: ", _in_a_row([_with_score(one) for one in bad]), ".")
-        if bad
-        else joined("No group has a score below 0, so none has to go.")
+    if not bad:
+        return joined(sure, "No group has a score below 0, so none has to go.")
+    worst = _in_a_row([_with_score(one) for one in bad])
+    return joined(sure, "Least promising by score: ", worst, ".")
+
+
+def _proven(view: View, *, more: bool) -> Html | None:
+    """Return the families and pairs that pass more, or less, often than chance explains."""
+    if view.whole is not None:
+        return None
+    parts = [
+        joined(b(naming(row)), f" ({percent(row['rate'])}, the rest {percent(row['rest_rate'])})")
+        for about in ("families", "pairs")
+        for row in sorted(rows_of(view, about), key=lambda row: row["p_value"])
+        if row["told_apart"] and (row["rate"] > row["rest_rate"]) == more
+    ]
+    if not parts:
+        return None
+    start = "More" if more else "Less"
+    rest = len(parts) - 3
+    ending = f", and {count(rest, 'more family or pair', 'more families and pairs')}" if rest > 0 else ""
+    shown = joined(*(joined(part, ", ") for part in parts[:2]), parts[2]) if rest > 0 else None
+    return joined(
+        f"{start} of what passes {start.lower()} often than chance explains: ",
+        shown or _in_a_row(parts[:3]),
+        f"{ending}. ",
     )
-    if worse and view.whole is None:
-        return joined(start, f" Passing less often than the rest, beyond chance: {listed(worse)}.")
-    return start
 
 
 def _too_small(view: View) -> Html:
@@ -85,27 +117,31 @@ def _too_small(view: View) -> Html:
 def verdict(view: View) -> Html:
     """Return what can be told from chance, over the whole search."""
     whole = view.whole or view
-    evidence = whole.report.evidence
-    claims = [one.text for one in evidence.claims]
-    where = "Over the whole search: " if view.whole else ""
-    if claims:
-        texts = [joined(where), *(joined(one, " ") for one in claims)]
-        return joined(*texts, "All else is what chance alone would show.")
     looked = [
-        f"{len(evidence.tables[name].rows)} {word}"
-        for name, word in _LOOKED.items()
-        if evidence.tables[name].rows
+        (len(rows), sum(row["told_apart"] for row in rows), one, many)
+        for name, one, many in _LOOKED
+        if (rows := rows_of(whole, name))
     ]
-    told = f"none of {_series(looked)} passes more or less often than chance explains" if looked else ""
-    trend = "nor is the change of the yield" if evidence.tables["trend"].rows else ""
-    luck = luck_in_short(whole)
-    return joined(
-        where,
-        b("Nothing here is told apart from luck." if not where else "nothing is told apart from luck."),
-        f" {told[:1].upper()}{told[1:]}." if told else "",
-        " The change of the yield of late is within chance, too." if trend else "",
-        f" {luck}" if luck else "",
+    apart = [f"{told} of {count(total, *words)}" for total, told, *words in looked if told]
+    plain = [count(total, *words) for total, told, *words in looked if not told]
+    trend = [row["told_apart"] for row in rows_of(whole, "trend")]
+    claims = any(one.claims for one in whole.report.evidence.findings)
+    headline = (
+        "Some of it is more than luck." if claims else "Nothing here is told apart from luck."
     )
+    texts = [
+        f"{_series(apart)} {'pass' if len(apart) > 1 else 'passes'} more or less often than chance "
+        "explains."
+        if apart
+        else "",
+        f"None of {_series(plain)} passes more or less often than chance explains." if plain else "",
+        f"The change of the yield of late is {'more than' if trend[0] else 'within'} chance."
+        if trend
+        else "",
+        luck_in_short(whole),
+    ]
+    start = "Over the whole search: " if view.whole else ""
+    return joined(start, b(headline), " ", " ".join(text for text in texts if text))
 
 
 def _series(parts: list[str]) -> str:
@@ -174,7 +210,24 @@ def origins(view: View) -> Html:
             if off
             else "No family's interval is clear of that line.",
         )
-    return joined(start, finding(view, "families"), " ", finding(view, "depths"))
+    return joined(start, _apart(view, "families"), " ", _apart(view, "depths"))
+
+
+def _apart(view: View, about: str) -> Html:
+    """Return which parts of a table pass more, and which less often than chance explains."""
+    rows = rows_of(view, about)
+    apart = [row for row in rows if row["told_apart"]]
+    if not apart:
+        return joined(finding(view, about))
+    above = [naming(row) for row in apart if row["rate"] > row["rest_rate"]]
+    below = [naming(row) for row in apart if row["rate"] <= row["rest_rate"]]
+    told = [
+        joined(f"{way} often than chance explains: ", b(listed(names)))
+        for way, names in (("more", above), ("less", below))
+        if names
+    ]
+    start, *more = told
+    return joined(start[:1].upper(), Html(start[1:]), *(joined("; ", one) for one in more), ".")
 
 
 def pairs(view: View) -> Html:
@@ -189,9 +242,12 @@ def pairs(view: View) -> Html:
         f"Of {count(len(rows), 'pair')}, {above} look better than the search as a whole and "
         f"{below} worse; "
     )
+    if not above and not below:
+        return joined(f"Of {count(len(rows), 'pair')}, none stands out from the search as a whole.")
     if view.whole is not None:
         return joined(start, "some would by chance, as so many are looked at.")
-    apart = [f"{row['function_a']} with {row['function_b']}" for row in rows if row["told_apart"]]
+    sure = [row for row in rows if row["told_apart"]]
+    apart = [naming(row) for row in sorted(sure, key=lambda row: row["p_value"])]
     if not apart:
         return joined(
             start, b("none"), " is left once it is counted how many were looked at: do not chase them."
@@ -267,12 +323,14 @@ def fates(view: View) -> Html:
     overall = Overall.of(view)
     if not overall.submitted and not overall.judged:
         return joined("Nothing was submitted, as far as the records say.")
-    useful = percent(overall.useful / overall.judged) if overall.judged else "none"
+    start = f"{count(overall.submitted)} of {count(overall.passed)} that passed were submitted; "
+    if not overall.judged:
+        return joined(start, "none is judged yet.")
     return joined(
-        f"{count(overall.submitted)} of {count(overall.passed)} that passed were submitted; of "
-        f"{count(overall.judged)} judged so far, ",
+        start,
+        f"of {count(overall.judged)} judged so far, ",
         b(f"{overall.useful} were useful"),
-        f" ({useful}).",
+        f" ({percent(overall.useful / overall.judged)}).",
     )
 
 
