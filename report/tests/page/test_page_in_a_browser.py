@@ -24,7 +24,7 @@ def test_the_page_asks_for_nothing_and_has_no_errors(opened: Open, page_file: Pa
     page = opened(address="#type=signal&with=%7Cstrategy")
     page.get_by_label("Era").select_option("2012")
     page.wait_for_load_state("networkidle")
-    assert page.asked == [page_file.as_uri() + "#type=signal&with=%7Cstrategy"]
+    assert page.asked == [page_file.as_uri()]
     assert page.wrong == []
 
 
@@ -34,8 +34,9 @@ def test_what_a_page_may_do_leaves_no_way_out(opened: Open) -> None:
 
 
 @pytest.mark.parametrize("scheme", ["light", "dark"])
-@pytest.mark.parametrize("width", [390, 1280])
-@pytest.mark.parametrize("address", ["", "#era=2012", "#type=signal&with=%7Cstrategy"])
+@pytest.mark.parametrize(
+    ("width", "address"), [(390, ""), (1280, ""), (1280, "#type=signal&with=%7Cstrategy")]
+)
 def test_axe_finds_no_violation(opened: Open, width: int, scheme: str, address: str) -> None:
     page = opened(width, scheme, address)
     page.evaluate("document.querySelectorAll('details').forEach((one) => (one.open = true))")
@@ -45,12 +46,16 @@ def test_axe_finds_no_violation(opened: Open, width: int, scheme: str, address: 
     assert told == []
 
 
-@pytest.mark.parametrize("width", [320, 390, 600, 768, 1280, 2560])
 @pytest.mark.parametrize("address", ["", "#type=signal&with=%7Cstrategy"])
-def test_no_screen_scrolls_sideways(opened: Open, width: int, address: str) -> None:
-    page = opened(width, address=address)
+def test_no_screen_scrolls_sideways(opened: Open, address: str) -> None:
+    page = opened(address=address)
     page.evaluate("document.querySelectorAll('details').forEach((one) => (one.open = true))")
-    assert page.evaluate("document.documentElement.scrollWidth") == width
+    widths = (320, 390, 600, 768, 1000, 1280, 2560)
+    found: list[int] = []
+    for width in widths:
+        page.set_viewport_size({"width": width, "height": 900})
+        found.append(page.evaluate("document.documentElement.scrollWidth"))
+    assert tuple(found) == widths
 
 
 def test_a_choice_is_kept_in_the_address(opened: Open) -> None:
@@ -94,8 +99,10 @@ def test_everything_can_be_reached_and_chosen_by_keyboard(opened: Open) -> None:
     for _ in range(40):
         page.keyboard.press("Tab")
         seen.append(
-            page.evaluate("(({name, tagName, textContent}) => name || `${tagName} ${textContent}`)"
-                          "(document.activeElement)")
+            page.evaluate(
+                "(({name, tagName, textContent}) => name || `${tagName} ${textContent}`)"
+                "(document.activeElement)"
+            )
         )
     assert seen[0] == "A Skip to the report"
     assert {"era", "type", "with", "SUMMARY The call behind this"} <= set(seen)

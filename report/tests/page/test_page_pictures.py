@@ -63,7 +63,7 @@ def test_paper_looks_as_it_did_and_no_page_of_it_is_half_empty(opened: Open) -> 
     for page in pages[:-1]:
         blank = page.copy()
         blank.paste((255, 255, 255), (0, 0, *page.size))
-        left, top, right, bottom = chops.difference(page, blank).getbbox()
+        bottom = chops.difference(page, blank).getbbox()[3]
         assert bottom > 0.6 * page.height
     image = pytest.importorskip("PIL.Image")
     sheet = image.new("RGB", (sum(page.width for page in pages), pages[0].height))

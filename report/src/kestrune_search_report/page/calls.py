@@ -23,7 +23,9 @@ def call(view: View, *questions: str) -> Html:
 def weighing(view: View) -> Html:
     """Return the call that gave the evidence, folded."""
     arguments = view.report.arguments
-    taken = {name: value for name, value in arguments.items() if value is not None and name != "top_n"}
+    taken = {
+        name: value for name, value in arguments.items() if value is not None and name != "top_n"
+    }
     written = ", ".join(f"{name}={value!r}" for name, value in taken.items())
     return _folded(
         [

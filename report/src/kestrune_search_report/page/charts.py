@@ -7,7 +7,7 @@ import math
 from kestrune_search_report.page import figures as known
 from kestrune_search_report.page.figures import Overall, rows_of
 from kestrune_search_report.page.markup import Html, count, el, joined, number, percent
-from kestrune_search_report.page.plots import Axis, Plot, axis, log_axis
+from kestrune_search_report.page.plots import Axis, Plot, Point, axis, log_axis
 from kestrune_search_report.page.views import View
 
 
@@ -30,7 +30,9 @@ def key(class_: str, text: str) -> Html:
 def crowding(view: View) -> Html:
     """Return the groups: quality against likeness to the pool."""
     found = [
-        one for one in known.groups(view) if math.isfinite(one.sharpe) and math.isfinite(one.correlation)
+        one
+        for one in known.groups(view)
+        if math.isfinite(one.sharpe) and math.isfinite(one.correlation)
     ]
     if not found:
         return Html("")
@@ -43,7 +45,9 @@ def crowding(view: View) -> Html:
     most = max(one.total for one in found)
     marks: list[Html] = []
     for one in sorted(found, key=lambda one: -one.total):
-        kind = "more" if one.rate > 1.25 * overall else "less" if one.rate < 0.75 * overall else "even"
+        kind = (
+            "more" if one.rate > 1.25 * overall else "less" if one.rate < 0.75 * overall else "even"
+        )
         told = (
             f"{one.name}: Sharpe ratio {number(one.sharpe)}, correlation "
             f"{number(one.correlation)}, {percent(one.rate)} of {one.total} passed"
@@ -54,13 +58,18 @@ def crowding(view: View) -> Html:
         marks.append(plot.label((one.sharpe, one.correlation), one.name, up=14))
     zero = plot.line([(0.0, plot.y.low), (0.0, plot.y.high)], "rest")
     return figure(
-        plot.drawn(f"Sharpe ratio against correlation of {count(len(found), 'group')}", zero, *marks),
+        plot.drawn(
+            f"Sharpe ratio against correlation of {count(len(found), 'group')}", zero, *marks
+        ),
         "mean Sharpe ratio, per year: further right is better",
         "mean correlation to the pool: lower is newer",
         key("more", "a quarter more pass than in all"),
         key("even", "about as many"),
         key("less", "a quarter fewer"),
-        joined("Larger: more evaluations. The score divides by turnover: little of it lifts a weak group."),
+        joined(
+            "Larger: more evaluations. The score divides by turnover, and little of it lifts a "
+            "weak group."
+        ),
     )
 
 
@@ -73,21 +82,21 @@ def pairs(view: View) -> Html:
     lifts = [row["rate"] / overall for row in rows]
     totals = [float(row["total"]) for row in rows]
     plot = Plot(log_axis(totals), axis(lifts, zero=True, around=[1.0, 2.0]), 360)
-    plain, better, worse, apart = ([] for _ in range(4))  # type: ignore[var-annotated]
+    plain: list[Point] = []
+    hints: list[Point] = []
+    apart: list[Point] = []
     for row, total, lift in zip(rows, totals, lifts, strict=True):
         if row["told_apart"] and view.whole is None:
             apart.append((total, lift))
-        elif row["low"] > overall:
-            better.append((total, lift))
-        elif row["high"] < overall:
-            worse.append((total, lift))
+        elif row["low"] > overall or row["high"] < overall:
+            hints.append((total, lift))
         else:
             plain.append((total, lift))
     marks = [
         _funnel(plot, overall),
         plot.line([(plot.x.low, 1.0), (plot.x.high, 1.0)], "rest"),
         plot.dots(plain, "even"),
-        plot.dots([*better, *worse], "hint"),
+        plot.dots(hints, "hint"),
         plot.dots(apart, "sure"),
     ]
     notes = [key("hint", "outside its own interval: a hint"), key("even", "within it")]
@@ -122,19 +131,31 @@ def pace(view: View) -> Html:
         return Html("")
     edges = [float(-one.ago - 1) for one in found]
     ticks = tuple(
-        (edges[place] + 0.5, "now" if found[place].ago == 0 else f"−{found[place].ago}")
+        (
+            edges[place] + 0.5,
+            "now" if found[place].ago == 0 else f"\N{MINUS SIGN}{found[place].ago}",
+        )
         for place in _ticked(len(found))
     )
     x = Axis(edges[0], 0.0, ticks)
     many = Plot(x, axis([float(one.total) for one in found], zero=True), 130)
     bars = [
-        many.bar(-one.ago - 1, -one.ago, one.total, "column", f"{count(one.total, 'evaluation')}, {count(one.passed)} passed")
+        many.bar(
+            -one.ago - 1,
+            -one.ago,
+            one.total,
+            "column",
+            f"{count(one.total, 'evaluation')}, {count(one.passed)} passed",
+        )
         for one in found
     ]
     known_bins = [one for one in found if one.total]
     rates = [one.passed / one.total for one in known_bins]
     tops = [min(one.high, 2.5 * max(rates) + 0.01) for one in known_bins]
-    share = Plot(x, axis([*tops, *rates], zero=True, digits=".0%"), 190)
+    # What holds little has a wide interval, which may leave the picture.
+    usual = sorted(one.total for one in known_bins)[len(known_bins) // 2] / 4
+    solid = [top for top, one in zip(tops, known_bins, strict=True) if one.total >= usual]
+    share = Plot(x, axis([*solid, *rates], zero=True, digits=".0%"), 190)
     middle = [-one.ago - 0.5 for one in known_bins]
     overall = Overall.of(view).rate
     marks = [
@@ -161,7 +182,12 @@ def pace(view: View) -> Html:
             per,
             "share that passed",
             key("band", "95% interval"),
-            key("rest", f"the whole search, {percent(overall)}" if view.whole is None else f"all of this part, {percent(overall)}"),
+            key(
+                "rest",
+                f"the whole search, {percent(overall)}"
+                if view.whole is None
+                else f"all of this part, {percent(overall)}",
+            ),
         ),
     )
 

@@ -55,16 +55,16 @@ def strong(text: Any) -> Html:
 
 def percent(share: float | None, digits: int = 1) -> str:
     """Return a share as a text: 10.9%."""
-    return "–" if share is None or not math.isfinite(share) else f"{share:.{digits}%}"
+    return "\N{EN DASH}" if share is None or not math.isfinite(share) else f"{share:.{digits}%}"
 
 
 def number(value: float | None, digits: int = 2) -> str:
     """Return a number as a text, with a true minus sign."""
     if value is None:
-        return "–"
+        return "\N{EN DASH}"
     if not math.isfinite(value):
-        return {"inf": "∞", "-inf": "−∞"}.get(str(value), "none")
-    return f"{value:,.{digits}f}".replace("-", "−")
+        return {"inf": "∞", "-inf": "\N{MINUS SIGN}∞"}.get(str(value), "none")
+    return f"{value:,.{digits}f}".replace("-", "\N{MINUS SIGN}")
 
 
 def count(value: int, what: str = "", many: str = "") -> str:

@@ -52,7 +52,7 @@ def axis(
     places += step * 10**places % 1 > 1e-6
     form = digits or f",.{places}f"
     ticks = tuple(
-        (step * place, f"{step * place + 0.0:{form}}".replace("-", "−"))
+        (step * place, f"{step * place + 0.0:{form}}".replace("-", "\N{MINUS SIGN}"))
         for place in range(start, end + 1)
     )
     return Axis(ticks[0][0], ticks[-1][0], ticks)

@@ -120,7 +120,7 @@ def tiles(view: View) -> Html:
     overall = Overall.of(view)
     figures = view.report.answers["get_yield_analysis"].figures
     recent = wording.window(figures["recent_window_minutes"])
-    useful = percent(overall.useful / overall.judged) if overall.judged else "–"
+    useful = percent(overall.useful / overall.judged) if overall.judged else "\N{EN DASH}"
     shown = (
         ("evaluations", count(overall.total), ""),
         ("passed", percent(overall.rate), f"{percent(overall.low)} to {percent(overall.high)}"),

@@ -66,8 +66,12 @@ def matrix(view: View) -> Html:
         for name, side in families
     ]
     titles = (
-        ("evals", "num"), ("Sharpe", "num"), ("corr", "num wide"), ("turn", "num wide"),
-        ("passed", "num"), ("score", "num"),
+        ("evals", "num"),
+        ("Sharpe", "num"),
+        ("corr", "num wide"),
+        ("turn", "num wide"),
+        ("passed", "num"),
+        ("score", "num"),
     )
     head = el(
         "tr",
@@ -77,8 +81,11 @@ def matrix(view: View) -> Html:
         el("th", el("span", "score as a bar", class_="unseen"), scope="col", class_="bars"),
     )
     return el(
-        "table", el("caption", "Groups by score, best first", class_="unseen"),
-        el("thead", head), el("tbody", rows), class_="matrix",
+        "table",
+        el("caption", "Groups by score, best first", class_="unseen"),
+        el("thead", head),
+        el("tbody", rows),
+        class_="matrix",
     )
 
 
@@ -98,7 +105,7 @@ def _group_row(
         for name, side in families
     ]
     name = joined(breakable(one.name), _apart(one.apart))
-    share = el("small", f"{percent(one.low, 0)}–{percent(one.high, 0)}", class_="range")
+    share = el("small", f"{percent(one.low, 0)}\N{EN DASH}{percent(one.high, 0)}", class_="range")
     return row(
         name,
         *marks,
@@ -120,7 +127,12 @@ def _apart(sign: int) -> Html | None:
 
 
 def shares_table(
-    view: View, title: str, parts: Sequence[tuple[str, dict[str, Any]]], scale: Axis, *, over: float = 1.0
+    view: View,
+    title: str,
+    parts: Sequence[tuple[str, dict[str, Any]]],
+    scale: Axis,
+    *,
+    over: float = 1.0,
 ) -> Html:
     """Return parts with the share that passed as tracks, beside the share of all.
 
@@ -179,7 +191,9 @@ def nearest_pairs(view: View, most: int = 10) -> Html:
     if not rows or not overall:
         return Html("")
     rows.sort(key=lambda one: -one["rate"])
-    scale = axis([one[end] / overall for one in rows for end in ("low", "high")], zero=True, around=[1])
+    scale = axis(
+        [one[end] / overall for one in rows for end in ("low", "high")], zero=True, around=[1]
+    )
     parts = [(f"{one['function_a']} with {one['function_b']}", one) for one in rows]
     return shares_table(view, "farthest from chance", parts, scale, over=overall)
 
@@ -206,15 +220,20 @@ def eras(view: View) -> Html:
     )
 
 
-def _era_cell(one: dict[str, Any] | None, useful: dict[tuple[str, str], tuple[int, int]], most: float) -> Html:
+def _era_cell(
+    one: dict[str, Any] | None, useful: dict[tuple[str, str], tuple[int, int]], most: float
+) -> Html:
     if one is None:
-        return cell("–", "num faint")
+        return cell("\N{EN DASH}", "num faint")
     good, judged = useful.get((one["era_id"], one["eval_type"]), (0, 0))
     told = f"useful: {good} of {judged} judged" if judged else "none judged"
     return cell(
         joined(
             el("strong", percent(one["rate"])),
-            el("small", f" {percent(one['low'])}–{percent(one['high'])} of {count(one['total'])}"),
+            el(
+                "small",
+                f" {percent(one['low'])}\N{EN DASH}{percent(one['high'])} of {count(one['total'])}",
+            ),
             el("small", told, class_="under"),
         ),
         "num tint",
@@ -269,7 +288,7 @@ def luck(view: View) -> Html:
                 "tracks",
             ),
             cell(number(one["best"]), "num strong"),
-            cell(f"{number(one['expected'])}–{number(one['ceiling'])}", "num"),
+            cell(f"{number(one['expected'])}\N{EN DASH}{number(one['ceiling'])}", "num"),
             cell(count(one["tries"]), "num faint"),
         )
         for one in rows
@@ -278,8 +297,11 @@ def luck(view: View) -> Html:
     return el(
         "table",
         heads(
-            ("era and type", ""), ("dot: best; bar: luck", "tracks"), ("best", "num"),
-            ("luck", "num"), ("tries", "num faint"),
+            ("era and type", ""),
+            ("dot: best; bar: luck", "tracks"),
+            ("best", "num"),
+            ("luck", "num"),
+            ("tries", "num faint"),
         ),
         el("tbody", body),
         el("tfoot", foot),

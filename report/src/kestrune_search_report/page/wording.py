@@ -97,7 +97,9 @@ def _proven(view: View, *, more: bool) -> Html | None:
         return None
     start = "More" if more else "Less"
     rest = len(parts) - 3
-    ending = f", and {count(rest, 'more family or pair', 'more families and pairs')}" if rest > 0 else ""
+    ending = (
+        f", and {count(rest, 'more family or pair', 'more families and pairs')}" if rest > 0 else ""
+    )
     shown = joined(*(joined(part, ", ") for part in parts[:2]), parts[2]) if rest > 0 else None
     return joined(
         f"{start} of what passes {start.lower()} often than chance explains: ",
@@ -134,7 +136,9 @@ def verdict(view: View) -> Html:
         "explains."
         if apart
         else "",
-        f"None of {_series(plain)} passes more or less often than chance explains." if plain else "",
+        f"None of {_series(plain)} passes more or less often than chance explains."
+        if plain
+        else "",
         f"The change of the yield of late is {'more than' if trend[0] else 'within'} chance."
         if trend
         else "",
@@ -155,10 +159,15 @@ def luck_in_short(view: View) -> str:
         return ""
     beyond = sum(row["told_apart"] for row in rows)
     if not beyond:
-        return "The best Sharpe ratios are within what the luckiest of as many tries without skill shows."
-    return (
-        f"The best Sharpe ratio is beyond luck in {beyond} of {count(len(rows), 'era and type', 'eras and types')}."
-    )
+        return (
+            "The best Sharpe ratios are within what the luckiest of as many tries without skill "
+            "shows."
+        )
+    return f"The best Sharpe ratio is beyond luck in {beyond} of {_settings(len(rows))}."
+
+
+def _settings(many: int) -> str:
+    return count(many, "era and type", "eras and types")
 
 
 def works(view: View) -> Html:
@@ -203,7 +212,9 @@ def origins(view: View) -> Html:
     start = joined(f"{percent(overall.rate)} of {count(overall.total, 'evaluation')} passed. ")
     if view.whole is not None:
         rows = rows_of(view, "families")
-        off = [row["function_family"] for row in rows if not row["low"] <= overall.rate <= row["high"]]
+        off = [
+            row["function_family"] for row in rows if not row["low"] <= overall.rate <= row["high"]
+        ]
         return joined(
             start,
             f"Families whose interval is clear of that line: {listed(off)}; a hint, not a finding."
@@ -250,9 +261,13 @@ def pairs(view: View) -> Html:
     apart = [naming(row) for row in sorted(sure, key=lambda row: row["p_value"])]
     if not apart:
         return joined(
-            start, b("none"), " is left once it is counted how many were looked at: do not chase them."
+            start,
+            b("none"),
+            " is left once it is counted how many were looked at: do not chase them.",
         )
-    return joined(start, "beyond chance ", "is " if len(apart) == 1 else "are ", b(listed(apart)), ".")
+    return joined(
+        start, "beyond chance ", "is " if len(apart) == 1 else "are ", b(listed(apart)), "."
+    )
 
 
 def pace(view: View) -> Html:
@@ -279,7 +294,10 @@ def _change(view: View) -> str:
     if not rows or view.whole is not None:
         return "."
     (row,) = rows
-    mix, own = (f"{100 * row[key]:+.1f}".replace("-", "−") for key in ("mix_effect", "own_effect"))
+    mix, own = (
+        f"{100 * row[key]:+.1f}".replace("-", "\N{MINUS SIGN}")
+        for key in ("mix_effect", "own_effect")
+    )
     told = "more than chance explains" if row["told_apart"] else "which chance explains"
     return (
         f": {mix} points come of another mix of eras and types, {own} of better or worse "
@@ -353,12 +371,14 @@ def luck(view: View) -> Html:
         return joined("The Sharpe ratios are too few, or too equal, to judge luck.")
     above = sum(row["best"] > row["expected"] for row in rows)
     start = (
-        f"In {above} of {count(len(rows), 'era and type', 'eras and types')} the best Sharpe ratio beats what the luckiest "
-        "of as many tries without skill shows in half of all searches"
+        f"In {above} of {_settings(len(rows))} the best Sharpe ratio beats what the luckiest of as "
+        "many tries without skill shows in half of all searches"
     )
     if view.whole is not None:
         return joined(start, ".")
     beyond = [named(row) for row in rows if row["told_apart"]]
     if beyond:
         return joined(start, "; beyond luck it is in ", b(listed(beyond)), ".")
-    return joined(start, "; in ", b("none"), " is it beyond luck. Do not pick a winner by its Sharpe ratio.")
+    return joined(
+        start, "; in ", b("none"), " is it beyond luck. Do not pick a winner by its Sharpe ratio."
+    )
