@@ -106,6 +106,16 @@ def test_evidence_and_comparisons_are_printed(run: Run, parquet: Path) -> None:
     assert "None of 7 yields differs" in run("compare", parquet, parquet)[1]
 
 
+def test_a_page_is_written(run: Run, parquet: Path, tmp_path: Path) -> None:
+    path = tmp_path / "page.html"
+    status, out, err = run("page", parquet, "-o", path, "--min-sample-size", "5")
+    assert (status, err) == (0, "")
+    assert out.startswith(f"{path}: 0.")
+    assert path.read_text(encoding="utf-8").startswith("<!DOCTYPE html>")
+    assert run("page", parquet, "-o", path, "--filter", "era_id=1812")[0] == 2
+    assert run("page", parquet, "-o", tmp_path / "nowhere" / "page.html")[0] == 1
+
+
 def test_schemas_are_printed(run: Run) -> None:
     assert run("schema", "answer") == (0, schemas()["answer-1.json"], "")
 

@@ -71,6 +71,8 @@ def test_the_wheel_holds_the_package_and_nothing_of_kestrune(
     assert own <= set(names)
     assert "kestrune_search_report/schemas/answer-1.json" in names
     assert "kestrune_search_report/py.typed" in names
+    assert "kestrune_search_report/page/assets/page.css" in names
+    assert "kestrune_search_report/page/assets/page.js" in names
     folders = {name.partition("/")[0] for name in names}
     assert {name for name in folders if not name.endswith(".dist-info")} == {
         "kestrune_search_report"
