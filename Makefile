@@ -18,6 +18,7 @@ SKIP ?=
 JOBS ?=
 PYTHONHASHSEED ?= random
 REPORT ?= 1
+SOURCE ?=
 
 PY := $(VENV)/bin/python
 # What the tests run under: dev mode (debug allocator, resource warnings), warnings are errors.
@@ -28,6 +29,9 @@ WORKERS := $(if $(JOBS),--dist loadfile --no-loadscope-reorder \
 PYTEST := $(STRICT) -m pytest $(WORKERS)
 SITE = $$($(PY) -c 'import sysconfig; print(sysconfig.get_path("platlib"))')
 STAMPS := $(VENV)/.installed
+# A server's database is gone when the demo ends: there is none to make a page of.
+PAGE := $(filter sqlite,$(DATABASE))
+WRITE_PAGE = PYTHONPATH="$(CURDIR)/report/src:$(CURDIR)/examples/client" $(PY) -m kestrune_search_report page
 
 CXX_FILES := $(shell find search_analytics -name '*.cpp' 2>/dev/null | sort)
 CXX_HEADERS := $(shell find search_analytics -name '*.h' 2>/dev/null | sort)
@@ -53,9 +57,15 @@ help: ## list the targets
 	@printf '\nOptions: PYTHON=python3.12 (interpreter), VENV=folder, ARGS="-k name" (for pytest)\n\n'
 
 .PHONY: demo
-demo: build $(STAMPS)/demo ## run a real search and ask all questions (DATABASE=postgres: on a server)
-	@$(PY) examples/search_demo.py --database $(DATABASE)
+demo: build $(STAMPS)/demo ## run a real search, ask all questions, write a page (DATABASE=postgres: on a server)
+	@$(PY) examples/search_demo.py --database $(DATABASE) $(if $(PAGE),--keep build/demo)
+	@$(if $(PAGE),$(MAKE) build/demo/report.html || echo "make demo: no page was written.")
 	@echo "make demo: built $(BUILD), installed it into $(VENV), ran examples/search_demo.py on $(DATABASE)."
+
+.PHONY: report
+report: build $(STAMPS)/page ## write the page of a search of your own (SOURCE=folder or file)
+	$(if $(SOURCE),,$(error make report needs SOURCE: a data folder, a CSV or Parquet file, an Optuna storage))
+	@$(WRITE_PAGE) "$(SOURCE)" $(ARGS)
 
 .PHONY: build
 build: $(BUILD)/build.ninja ## build the extension and install it into the virtual environment
@@ -74,6 +84,7 @@ testreport: build $(STAMPS)/report ## run the tests of the report beside the mod
 	@PYTHONPATH="$(CURDIR)/report/src" $(PYTEST) -c report/pyproject.toml --rootdir report \
 	    $(or $(ARGS),report/tests)
 	@echo "make testreport: ran the tests of the report with $$($(PY) --version)."
+
 
 .PHONY: check
 check: ## do what CI does: tests, lint, sanitizers, random programs, assertions, faults, other CPythons
@@ -216,8 +227,17 @@ $(STAMPS)/demo: examples/requirements.txt $(STAMPS)/venv
 	@$(PY) -m pip install --quiet --requirement $<
 	@touch $@
 
+build/demo/report.html: build/demo/search_tracking.sqlite3 $(STAMPS)/page
+	@$(WRITE_PAGE) $(@D) --pool core=0.7 --pool diverse=0.4 -o $@
+
+# The demo goes on without the page where building this from its sources would take too long.
+$(STAMPS)/page: requirements/page.txt $(STAMPS)/venv
+	@echo "Installing $<"
+	@$(PY) -m pip install --quiet --only-binary :all: --requirement $<
+	@touch $@
+
 $(STAMPS)/test: examples/requirements.txt
-$(STAMPS)/report: requirements/test.txt examples/requirements.txt
+$(STAMPS)/report: requirements/test.txt requirements/page.txt examples/requirements.txt
 
 # Not all of them are made for every version of CPython. Building one from its sources takes too
 # long; what is missing takes no part, and the report names it.

@@ -46,19 +46,43 @@ def parse_arguments() -> argparse.Namespace:
         help="where evaluations are kept; postgres starts a server of its own and stops it "
         "afterwards (sqlite)",
     )
+    parser.add_argument(
+        "--keep",
+        type=Path,
+        metavar="FOLDER",
+        help="keep the SQLite database in this folder, in place of the one of an earlier demo",
+    )
     arguments = parser.parse_args()
     if arguments.evaluations < 1:
         parser.error("--evaluations must be at least 1")
     if arguments.seed < 0:
         parser.error("--seed must not be negative")
+    if arguments.keep is not None and arguments.database != "sqlite":
+        parser.error("--keep is for SQLite: the other database ends with its server")
     return arguments
 
 
 @contextmanager
-def database(kind: str) -> Iterator[tuple[str, str]]:
-    """Yield the connection URL ("" for SQLite) and the description of a fresh database."""
+def data_folder(kept: Path | None) -> Iterator[Path]:
+    """Yield an empty folder for the client's data: a temporary one, or what is kept."""
+    if kept is None:
+        with tempfile.TemporaryDirectory() as folder:
+            yield Path(folder)
+    else:
+        kept.mkdir(parents=True, exist_ok=True)
+        for earlier in kept.glob("search_tracking.sqlite3*"):
+            earlier.unlink()
+        yield kept
+
+
+@contextmanager
+def database(kind: str, folder: Path | None) -> Iterator[tuple[str, str]]:
+    """Yield the connection URL ("" for SQLite) and the description of a fresh database.
+
+    `folder` is where that of SQLite is kept, if it is.
+    """
     if kind == "sqlite":
-        yield "", "SQLite, a file in a temporary folder"
+        yield "", f"SQLite, a file in {folder or 'a temporary folder'}"
     else:
         with PostgresServer() as server:
             yield server.url, f"PostgreSQL, a server of its own (process {server.pid})"
@@ -96,7 +120,8 @@ def main() -> None:
         f"{arguments.evaluations} candidates, seed {arguments.seed}, over daily prices of "
         f"{', '.join(prices.tickers)}, {prices.dates[0]} to {prices.dates[-1]}."
     )
-    with tempfile.TemporaryDirectory() as folder, database(arguments.database) as (url, described):
+    kept = arguments.keep
+    with data_folder(kept) as folder, database(arguments.database, kept) as (url, described):
         kestrune.configure(data_dir=folder, database_url=url)
         private_key = kestrune.register()
         submissions, seconds = run_search(prices, arguments)

@@ -6,6 +6,7 @@ import contextlib
 import os
 import re
 import signal
+import sqlite3
 import subprocess
 import sys
 import tempfile
@@ -80,6 +81,17 @@ def test_a_pipe_gets_plain_text_with_every_answer(scratch: Path) -> None:
     assert "Warning" not in done.stdout
 
 
+def test_a_database_is_kept_in_place_of_the_one_before(scratch: Path) -> None:
+    kept = scratch / "some" / "where"
+    for count in (60, 40):
+        done = run(scratch, "--evaluations", str(count), "--keep", str(kept))
+        assert done.returncode == 0, done.stderr
+        assert f"SQLite, a file in {kept}; " in done.stdout
+    (database,) = kept.iterdir()
+    with contextlib.closing(sqlite3.connect(database)) as connection:
+        assert connection.execute("SELECT count(*) FROM evaluations").fetchone() == (40,)
+
+
 @pytest.mark.parametrize(
     ("arguments", "code", "text"),
     [
@@ -87,8 +99,9 @@ def test_a_pipe_gets_plain_text_with_every_answer(scratch: Path) -> None:
         (["--evaluations", "0"], 2, "--evaluations must be at least 1"),
         (["--seed", "-1"], 2, "--seed must not be negative"),
         (["--database", "other"], 2, "invalid choice"),
+        (["--database", "postgres", "--keep", "x"], 2, "--keep is for SQLite"),
     ],
-    ids=["help", "no evaluations", "negative seed", "other database"],
+    ids=["help", "no evaluations", "negative seed", "other database", "kept server"],
 )
 def test_the_command_line_explains_itself(
     scratch: Path, arguments: list[str], code: int, text: str
