@@ -71,11 +71,9 @@ class Attribute {
     // Finds the place in a record whose attribute is not asked for, if asking would run no code.
     void learn_by_peeking(PyObject* record);
 
-    // The same as peek(), for hints: the attribute may be another one since the class was changed.
-    // Borrowed, or null.
+    // The same for hints, of a record of the shape that was met last; else null.
     PyObject* guess(PyObject* record) const {
-        return Py_TYPE(record) == here_.shape.type() && here_.has_value() ? value_of(record)
-                                                                          : nullptr;
+        return here_.shape.fits(record) && here_.has_value() ? value_of(record) : nullptr;
     }
 
     // Hints that the record's place for the attribute will be read soon. REQUIRES: the array is

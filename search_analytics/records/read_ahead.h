@@ -101,7 +101,7 @@ class ReadAhead {
     // tables of these.
     void prefetch_held(PyObject* const* records, const Shape& shape) const {
         PyObject* record = records[kArrays];
-        if (Py_TYPE(record) != shape.type()) {
+        if (!shape.fits(record)) {
             return;
         }
         if (PyObject** array = shape.array(record)) [[likely]] {
@@ -115,7 +115,7 @@ class ReadAhead {
             prefetch_usual_table(keys_of(dict));
         }
         PyObject* next = records[kDictionaries];
-        if (Py_TYPE(next) == shape.type() && shape.array(next) == nullptr &&
+        if (shape.fits(next) && shape.array(next) == nullptr &&
             shape.dictionary(next) != nullptr) {
             prefetch(shape.dictionary(next));
         }
