@@ -5,7 +5,7 @@ from __future__ import annotations
 import math
 
 from kestrune_search_report.page import figures as known
-from kestrune_search_report.page.figures import Overall, rows_of
+from kestrune_search_report.page.figures import Overall, pair_rows
 from kestrune_search_report.page.markup import Html, count, el, joined, number, percent
 from kestrune_search_report.page.plots import Axis, Plot, Point, axis, log_axis
 from kestrune_search_report.page.views import View
@@ -76,7 +76,7 @@ def crowding(view: View) -> Html:
 def pairs(view: View) -> Html:
     """Return all pairs: how often they pass against how often they occur."""
     overall = Overall.of(view).rate
-    rows = [row for row in rows_of(view, "pairs") if row["total"]]
+    rows = pair_rows(view)
     if not rows or not overall:
         return Html("")
     lifts = [row["rate"] / overall for row in rows]
@@ -105,7 +105,7 @@ def pairs(view: View) -> Html:
     return figure(
         plot.drawn(f"Lift of {count(len(rows), 'pair')} against how often they occur", *marks),
         "evaluations that use both functions",
-        "lift: 1 passes as often as the whole search",
+        "lift: 1 passes as often as all that is shown",
         *notes,
         joined(" Shaded: where 95 of 100 pairs without any effect lie."),
     )

@@ -18,6 +18,13 @@ def rows_of(view: View, table: str) -> list[dict[str, Any]]:
     return list(view.report.evidence.tables[table].dicts())
 
 
+def pair_rows(view: View) -> list[dict[str, Any]]:
+    """Return the pairs to show: of a part of the search only those that occur often enough."""
+    rows = rows_of(view, "pairs")
+    least = 1 if view.whole is None else view.report.arguments["min_sample_size"]
+    return [row for row in rows if row["total"] >= least]
+
+
 def finding(view: View, about: str) -> str:
     """Return what the evidence says in words about one of its tables."""
     return next(one.text for one in view.report.evidence.findings if one.about == about)

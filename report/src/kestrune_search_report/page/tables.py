@@ -187,7 +187,7 @@ def origins(view: View) -> Html:
 def nearest_pairs(view: View, most: int = 10) -> Html:
     """Return the pairs that chance explains least, by lift."""
     overall = Overall.of(view).rate
-    rows = sorted(rows_of(view, "pairs"), key=lambda one: one["p_value"])[:most]
+    rows = sorted(known.pair_rows(view), key=lambda one: one["p_value"])[:most]
     if not rows or not overall:
         return Html("")
     rows.sort(key=lambda one: -one["rate"])

@@ -5,7 +5,7 @@ from __future__ import annotations
 from typing import Any
 
 from kestrune_search_report.evidence.findings import named as naming
-from kestrune_search_report.page.figures import Group, Overall, finding, groups, rows_of
+from kestrune_search_report.page.figures import Group, Overall, finding, groups, pair_rows, rows_of
 from kestrune_search_report.page.markup import Html, count, el, joined, listed, number, percent
 from kestrune_search_report.page.markup import strong as b
 from kestrune_search_report.page.views import View
@@ -57,7 +57,7 @@ def try_next(view: View) -> Html:
         )
     proven = {one.name for one in good if one.apart > 0}
     ending = (
-        "The whole search says what chance explains."
+        "What chance explains is judged over the whole search, below."
         if view.whole is not None
         else "All of them pass more often than chance explains."
         if len(proven) == len(good)
@@ -244,17 +244,15 @@ def _apart(view: View, about: str) -> Html:
 def pairs(view: View) -> Html:
     """Return the sentence above the pairs."""
     overall = Overall.of(view)
-    rows = rows_of(view, "pairs")
+    rows = pair_rows(view)
     if not rows:
-        return joined("No two functions occur together.")
+        return joined("No two functions occur together often enough to compare.")
+    whole = "this part" if view.whole is not None else "the search as a whole"
     above = sum(row["low"] > overall.rate for row in rows)
     below = sum(row["high"] < overall.rate for row in rows)
-    start = (
-        f"Of {count(len(rows), 'pair')}, {above} look better than the search as a whole and "
-        f"{below} worse; "
-    )
+    start = f"Of {count(len(rows), 'pair')}, {above} look better than {whole} and {below} worse; "
     if not above and not below:
-        return joined(f"Of {count(len(rows), 'pair')}, none stands out from the search as a whole.")
+        return joined(f"Of {count(len(rows), 'pair')}, none stands out from {whole}.")
     if view.whole is not None:
         return joined(start, "some would by chance, as so many are looked at.")
     sure = [row for row in rows if row["told_apart"]]
