@@ -115,8 +115,7 @@ class ReadAhead {
             prefetch_usual_table(keys_of(dict));
         }
         PyObject* next = records[kDictionaries];
-        if (shape.fits(next) && shape.array(next) == nullptr &&
-            shape.dictionary(next) != nullptr) {
+        if (shape.fits(next) && shape.array(next) == nullptr && shape.dictionary(next) != nullptr) {
             prefetch(shape.dictionary(next));
         }
     }
